@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "orvanta/export.hpp"
+#include "orvanta/platform.hpp"
+
+namespace orvanta {
+
+/// Where the Linux defaults keep their files. Anything left empty follows the XDG base
+/// directories under a folder named after the application.
+struct ORVANTA_API LinuxPlatformOptions {
+  /// Folder name under the XDG directories; default: the executable's file name.
+  std::string applicationName;
+  /// Documents and database ("$XDG_DATA_HOME/<app>", else "~/.local/share/<app>").
+  std::optional<std::string> dataDirectory;
+  /// Secure store items ("<dataDirectory>/keystore", mode 0700, items 0600).
+  std::optional<std::string> secureStoreDirectory;
+  /// Preferences file ("$XDG_CONFIG_HOME/<app>/preferences.json", else "~/.config/<app>/...").
+  std::optional<std::string> preferencesFile;
+  /// The host's bundle: where "OrvantaConfig.plist" and other resources are looked up
+  /// (default: the folder of the executable).
+  std::optional<std::string> bundleDirectory;
+  /// The kit's own resources (string tables); default: the installed share/orvanta folder,
+  /// else the bundle directory.
+  std::optional<std::string> kitResourcesDirectory;
+};
+
+/// Builds the Linux default platform. Directories are created on first write, not here.
+ORVANTA_API std::shared_ptr<Platform> makeLinuxPlatform(const LinuxPlatformOptions& options = {});
+
+}  // namespace orvanta

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+
+#include "orvanta/export.hpp"
+#include "orvanta/port/bundle.hpp"
+#include "orvanta/port/clock.hpp"
+#include "orvanta/port/device_info.hpp"
+#include "orvanta/port/file_locations.hpp"
+#include "orvanta/port/http_client.hpp"
+#include "orvanta/port/lifecycle.hpp"
+#include "orvanta/port/log_sink.hpp"
+#include "orvanta/port/main_queue.hpp"
+#include "orvanta/port/preferences_store.hpp"
+#include "orvanta/port/secure_store.hpp"
+
+namespace orvanta {
+
+/// Everything the kit needs from the system it runs on. A host (or a platform adapter) fills one
+/// and installs it before first use of the kit; every field must be set.
+struct ORVANTA_API Platform {
+  std::shared_ptr<port::SecureStore> secureStore;
+  std::shared_ptr<port::PreferencesStore> preferences;
+  std::shared_ptr<port::Bundle> bundle;
+  std::shared_ptr<port::FileLocations> fileLocations;
+  std::shared_ptr<port::Clock> clock;
+  std::shared_ptr<port::MainQueue> mainQueue;
+  std::shared_ptr<port::HttpClient> httpClient;
+  std::shared_ptr<port::Lifecycle> lifecycle;
+  std::shared_ptr<port::DeviceInfo> deviceInfo;
+  std::shared_ptr<port::LogSink> logSink;
+};
+
+/// Installs `platform` for the whole process. Call it once, before the first use of the kit
+/// (`Orvanta::configure`, any facade). Thread-safe.
+ORVANTA_API void installPlatform(std::shared_ptr<Platform> platform);
+
+/// The platform in force; the Linux default (see `linux_platform.hpp`) when none was installed.
+ORVANTA_API std::shared_ptr<Platform> currentPlatform();
+
+}  // namespace orvanta
