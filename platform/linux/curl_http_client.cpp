@@ -1,10 +1,740 @@
-// Placeholder until the libcurl client lands.
 #include "linux/curl_http_client.hpp"
 
-namespace orvanta::linux_platform {
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
 
-std::shared_ptr<port::HttpClient> makeCurlHttpClient(const CurlHttpClientOptions&) {
-  return nullptr;
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace orvanta::linux_platform {
+namespace {
+
+constexpr std::size_t kIdleHandlePoolSize = 32;
+// Upper bound of one wait when nothing is due; transfers and hand-overs wake the thread earlier.
+constexpr int kIdleWaitMs = 60'000;
+
+Error transportError(int code, std::string message) {
+  return Error(Error::Domain::transport, code, std::move(message));
+}
+
+Error cancelledError() {
+  return transportError(CURLE_ABORTED_BY_CALLBACK, "cancelled");
+}
+
+bool isTokenChar(char c) {
+  if (c >= 'a' && c <= 'z') {
+    return true;
+  }
+  if (c >= 'A' && c <= 'Z') {
+    return true;
+  }
+  if (c >= '0' && c <= '9') {
+    return true;
+  }
+  return std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+bool isToken(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), isTokenChar);
+}
+
+bool isFieldValue(std::string_view text) {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           auto lower = [](char c) {
+             return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+           };
+           return lower(x) == lower(y);
+         });
+}
+
+std::string_view trimmed(std::string_view text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string_view::npos) {
+    return {};
+  }
+  const auto last = text.find_last_not_of(" \t\r\n");
+  return text.substr(first, last - first + 1);
+}
+
+void initialiseCurlOnce() {
+  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  if (result != CURLE_OK) {
+    throw std::bad_alloc();
+  }
+}
+
+/// One request from hand-over to completion. The fields below `cancelRequested` belong to the
+/// network thread.
+struct Transfer {
+  port::HttpRequest request;
+  bool download = false;
+  port::DataTaskCompletion onData;
+  port::DownloadTaskCompletion onDownload;
+  std::atomic<bool> cancelRequested{false};
+
+  CURL* easy = nullptr;
+  curl_slist* headerList = nullptr;
+  std::size_t maxBodyBytes = 0;
+  std::size_t received = 0;
+  bool bodyTooLarge = false;
+  int writeErrno = 0;
+  std::string body;
+  int fd = -1;
+  std::string path;
+  port::HttpHeaders responseHeaders;
+  char errorBuffer[CURL_ERROR_SIZE] = {};
+};
+
+std::size_t onHeaderLine(char* data, std::size_t size, std::size_t count, void* user) {
+  auto* transfer = static_cast<Transfer*>(user);
+  const std::size_t length = size * count;
+  std::string_view line(data, length);
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) {
+    line.remove_suffix(1);
+  }
+  auto& headers = transfer->responseHeaders;
+  if (line.starts_with("HTTP/")) {
+    // A new status line: an interim (1xx) answer's fields are not part of the final response.
+    headers.clear();
+  } else if (line.empty()) {
+    // End of a header block.
+  } else if ((line.front() == ' ' || line.front() == '\t') && !headers.empty()) {
+    headers.back().second.append(" ").append(trimmed(line));
+  } else if (const auto colon = line.find(':'); colon != std::string_view::npos) {
+    headers.emplace_back(std::string(trimmed(line.substr(0, colon))),
+                         std::string(trimmed(line.substr(colon + 1))));
+  }
+  return length;
+}
+
+std::size_t onBodyBytes(char* data, std::size_t size, std::size_t count, void* user) {
+  auto* transfer = static_cast<Transfer*>(user);
+  const std::size_t length = size * count;
+  if (length > transfer->maxBodyBytes - transfer->received) {
+    transfer->bodyTooLarge = true;
+    return 0;
+  }
+  if (transfer->download) {
+    std::size_t written = 0;
+    while (written < length) {
+      const ssize_t n = ::write(transfer->fd, data + written, length - written);
+      if (n < 0) {
+        if (errno == EINTR) {
+          continue;
+        }
+        transfer->writeErrno = errno;
+        return 0;
+      }
+      written += static_cast<std::size_t>(n);
+    }
+  } else {
+    if (transfer->received == 0) {
+      curl_off_t announced = -1;
+      if (curl_easy_getinfo(transfer->easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced) ==
+              CURLE_OK &&
+          announced > 0) {
+        transfer->body.reserve(
+            std::min(static_cast<std::size_t>(announced), transfer->maxBodyBytes));
+      }
+    }
+    transfer->body.append(data, length);
+  }
+  transfer->received += length;
+  return length;
+}
+
+/// The multi handle, the hand-over queues and the loop of the network thread. Shared by the
+/// client, the thread and (weakly) the tasks, so that it outlives whichever finishes last.
+class Engine {
+ public:
+  explicit Engine(const CurlHttpClientOptions& options) : options_(options) {
+    initialiseCurlOnce();
+    multi_ = curl_multi_init();
+    if (multi_ == nullptr) {
+      throw std::bad_alloc();
+    }
+    curl_multi_setopt(multi_, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+    readSystemCertificateStore();
+    // Proxies from the environment apply, except to loopback addresses. Setting the list
+    // replaces the environment's own, so that one is carried over ("*" means no proxy at all).
+    noProxy_ = "127.0.0.1,localhost,::1";
+    for (const char* variable : {"no_proxy", "NO_PROXY"}) {
+      if (const char* value = std::getenv(variable); value != nullptr && *value != '\0') {
+        noProxy_ = std::string_view(value) == "*" ? "*" : std::string(value) + "," + noProxy_;
+        break;
+      }
+    }
+  }
+
+  ~Engine() { curl_multi_cleanup(multi_); }
+
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  bool onNetworkThread() const { return networkThread_.load() == std::this_thread::get_id(); }
+  bool finished() const { return finished_.load(); }
+
+  void submit(std::shared_ptr<Transfer> transfer) {
+    bool wake = false;
+    {
+      std::lock_guard lock(mutex_);
+      wake = incoming_.empty() && cancels_.empty();
+      incoming_.push_back(std::move(transfer));
+    }
+    // Work handed over from the network thread itself is picked up before its next wait.
+    if (wake && !onNetworkThread()) {
+      curl_multi_wakeup(multi_);
+    }
+  }
+
+  void requestCancel(std::shared_ptr<Transfer> transfer) {
+    if (transfer->cancelRequested.exchange(true)) {
+      return;
+    }
+    bool wake = false;
+    {
+      std::lock_guard lock(mutex_);
+      wake = incoming_.empty() && cancels_.empty();
+      cancels_.push_back(std::move(transfer));
+    }
+    if (wake && !onNetworkThread()) {
+      curl_multi_wakeup(multi_);
+    }
+  }
+
+  void stop() {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    curl_multi_wakeup(multi_);
+  }
+
+  void run() {
+    networkThread_.store(std::this_thread::get_id());
+    pthread_setname_np(pthread_self(), "orvanta-net");
+    std::vector<std::shared_ptr<Transfer>> arrived;
+    std::vector<std::shared_ptr<Transfer>> cancelled;
+    for (;;) {
+      bool stopping = false;
+      {
+        std::lock_guard lock(mutex_);
+        arrived.swap(incoming_);
+        cancelled.swap(cancels_);
+        stopping = stopping_;
+      }
+      if (stopping) {
+        break;
+      }
+      for (auto& transfer : arrived) {
+        start(std::move(transfer));
+      }
+      arrived.clear();
+      for (auto& transfer : cancelled) {
+        cancel(*transfer);
+      }
+      cancelled.clear();
+
+      int running = 0;
+      curl_multi_perform(multi_, &running);
+      int queued = 0;
+      while (CURLMsg* message = curl_multi_info_read(multi_, &queued)) {
+        if (message->msg == CURLMSG_DONE) {
+          finishTransfer(message->easy_handle, message->data.result);
+        }
+      }
+      {
+        std::lock_guard lock(mutex_);
+        if (!incoming_.empty() || !cancels_.empty() || stopping_) {
+          continue;
+        }
+      }
+      curl_multi_poll(multi_, nullptr, 0, kIdleWaitMs, nullptr);
+    }
+    shutDown(std::move(arrived));
+    finished_.store(true);
+  }
+
+ private:
+  void readSystemCertificateStore() {
+    CURL* probe = curl_easy_init();
+    if (probe == nullptr) {
+      return;
+    }
+    char* path = nullptr;
+    if (curl_easy_getinfo(probe, CURLINFO_CAPATH, &path) == CURLE_OK && path != nullptr) {
+      systemCaPath_ = path;
+    }
+    curl_easy_cleanup(probe);
+  }
+
+  void shutDown(std::vector<std::shared_ptr<Transfer>> arrived) {
+    // Completions run during shutdown may still hand over work; it is cancelled as well.
+    for (;;) {
+      for (auto& transfer : arrived) {
+        complete(*transfer, cancelledError(), std::nullopt);
+      }
+      arrived.clear();
+      while (!active_.empty()) {
+        auto transfer = active_.begin()->second;
+        cancel(*transfer);
+      }
+      std::lock_guard lock(mutex_);
+      cancels_.clear();
+      if (incoming_.empty()) {
+        break;
+      }
+      arrived.swap(incoming_);
+    }
+    for (CURL* easy : idleHandles_) {
+      curl_easy_cleanup(easy);
+    }
+    idleHandles_.clear();
+  }
+
+  void start(std::shared_ptr<Transfer> transfer) {
+    Transfer& t = *transfer;
+    if (t.cancelRequested.load()) {
+      complete(t, cancelledError(), std::nullopt);
+      return;
+    }
+    if (auto problem = validate(t.request)) {
+      complete(t, std::move(problem), std::nullopt);
+      return;
+    }
+    if (t.download) {
+      if (auto problem = createDownloadFile(t)) {
+        complete(t, std::move(problem), std::nullopt);
+        return;
+      }
+    }
+    CURL* easy = takeHandle();
+    if (easy == nullptr) {
+      complete(t, transportError(CURLE_OUT_OF_MEMORY, "Could not create a transfer"), std::nullopt);
+      return;
+    }
+    t.easy = easy;
+    if (!configure(t)) {
+      releaseHandle(t);
+      complete(t, transportError(CURLE_OUT_OF_MEMORY, "Could not set up the transfer"),
+               std::nullopt);
+      return;
+    }
+    if (curl_multi_add_handle(multi_, easy) != CURLM_OK) {
+      releaseHandle(t);
+      complete(t, transportError(CURLE_FAILED_INIT, "Could not start the transfer"), std::nullopt);
+      return;
+    }
+    active_.emplace(easy, std::move(transfer));
+  }
+
+  static std::optional<Error> validate(const port::HttpRequest& request) {
+    if (!isToken(request.method)) {
+      return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
+                            "Invalid request method \"" + request.method + "\"");
+    }
+    for (const auto& [name, value] : request.headers) {
+      if (!isToken(name) || !isFieldValue(value)) {
+        return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
+                              "Invalid request header field \"" + name + "\"");
+      }
+    }
+    return std::nullopt;
+  }
+
+  std::optional<Error> createDownloadFile(Transfer& t) {
+    std::string folder = options_.temporaryDirectory;
+    if (folder.empty()) {
+      std::error_code ignored;
+      folder = std::filesystem::temp_directory_path(ignored).string();
+      if (folder.empty()) {
+        folder = "/tmp";
+      }
+    }
+    std::string pattern = folder + "/orvanta-download-XXXXXX";
+    const int fd = ::mkostemp(pattern.data(), O_CLOEXEC);
+    if (fd < 0) {
+      const int error = errno;
+      return Error(Error::Domain::system, error,
+                   "Could not create a download file in " + folder + ": " + std::strerror(error));
+    }
+    t.fd = fd;
+    t.path = std::move(pattern);
+    return std::nullopt;
+  }
+
+  CURL* takeHandle() {
+    if (!idleHandles_.empty()) {
+      CURL* easy = idleHandles_.back();
+      idleHandles_.pop_back();
+      return easy;
+    }
+    return curl_easy_init();
+  }
+
+  /// Takes the handle out of the multi and keeps it for a later request. Its connection stays in
+  /// the multi handle's cache; every option is reset, so nothing else carries over.
+  void releaseHandle(Transfer& t) {
+    if (t.easy == nullptr) {
+      return;
+    }
+    curl_multi_remove_handle(multi_, t.easy);
+    curl_slist_free_all(t.headerList);
+    t.headerList = nullptr;
+    if (idleHandles_.size() < kIdleHandlePoolSize) {
+      curl_easy_reset(t.easy);
+      idleHandles_.push_back(t.easy);
+    } else {
+      curl_easy_cleanup(t.easy);
+    }
+    t.easy = nullptr;
+  }
+
+  bool appendHeader(Transfer& t, const std::string& line) {
+    curl_slist* extended = curl_slist_append(t.headerList, line.c_str());
+    if (extended == nullptr) {
+      return false;
+    }
+    t.headerList = extended;
+    return true;
+  }
+
+  bool configure(Transfer& t) {
+    CURL* easy = t.easy;
+    const port::HttpRequest& request = t.request;
+    t.maxBodyBytes = options_.maxBodyBytes;
+    t.errorBuffer[0] = '\0';
+
+    bool ok = true;
+    auto set = [&](CURLoption option, auto value) {
+      ok = ok && curl_easy_setopt(easy, option, value) == CURLE_OK;
+    };
+    set(CURLOPT_URL, request.url.c_str());
+    set(CURLOPT_ERRORBUFFER, t.errorBuffer);
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!options_.caFile.empty()) {
+      // The file replaces the default bundle; the system folder keeps the system store in use.
+      set(CURLOPT_CAINFO, options_.caFile.c_str());
+      if (!systemCaPath_.empty()) {
+        set(CURLOPT_CAPATH, systemCaPath_.c_str());
+      }
+    }
+    set(CURLOPT_NOPROXY, noProxy_.c_str());
+    long connectMs = static_cast<long>(options_.connectTimeout.count());
+    if (request.timeout.count() > 0) {
+      const long totalMs = static_cast<long>(request.timeout.count());
+      set(CURLOPT_TIMEOUT_MS, totalMs);
+      connectMs = connectMs > 0 ? std::min(connectMs, totalMs) : totalMs;
+    }
+    if (connectMs > 0) {
+      set(CURLOPT_CONNECTTIMEOUT_MS, connectMs);
+    }
+    set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(options_.maxBodyBytes));
+    set(CURLOPT_HEADERFUNCTION, onHeaderLine);
+    set(CURLOPT_HEADERDATA, static_cast<void*>(&t));
+    set(CURLOPT_WRITEFUNCTION, onBodyBytes);
+    set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
+
+    const std::string& method = request.method;
+    const bool hasBody = !request.body.empty();
+    bool sendsBody = false;
+    if (method == "GET" && !hasBody) {
+      set(CURLOPT_HTTPGET, 1L);
+    } else if (method == "HEAD") {
+      set(CURLOPT_NOBODY, 1L);
+    } else {
+      sendsBody = hasBody || method == "POST" || method == "PUT" || method == "PATCH";
+      if (sendsBody) {
+        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+        set(CURLOPT_POSTFIELDS, request.body.data());
+      }
+      if (method != "POST") {
+        set(CURLOPT_CUSTOMREQUEST, method.c_str());
+      }
+    }
+
+    // The header fields go out as given: libcurl's own "Accept", "Expect: 100-continue" and form
+    // content type are suppressed unless the request sets them. An empty value is still sent.
+    bool hasAccept = false;
+    bool hasExpect = false;
+    bool hasContentType = false;
+    std::string line;
+    for (const auto& [name, value] : request.headers) {
+      hasAccept = hasAccept || equalsIgnoringCase(name, "Accept");
+      hasExpect = hasExpect || equalsIgnoringCase(name, "Expect");
+      hasContentType = hasContentType || equalsIgnoringCase(name, "Content-Type");
+      line.assign(name);
+      if (value.empty()) {
+        line.append(";");
+      } else {
+        line.append(": ").append(value);
+      }
+      ok = ok && appendHeader(t, line);
+    }
+    if (!hasAccept) {
+      ok = ok && appendHeader(t, "Accept:");
+    }
+    if (!hasExpect) {
+      ok = ok && appendHeader(t, "Expect:");
+    }
+    if (sendsBody && !hasContentType) {
+      ok = ok && appendHeader(t, "Content-Type:");
+    }
+    set(CURLOPT_HTTPHEADER, t.headerList);
+    return ok;
+  }
+
+  void finishTransfer(CURL* easy, CURLcode code) {
+    auto found = active_.find(easy);
+    if (found == active_.end()) {
+      return;
+    }
+    std::shared_ptr<Transfer> transfer = std::move(found->second);
+    active_.erase(found);
+    Transfer& t = *transfer;
+
+    std::optional<Error> error;
+    std::optional<port::HttpResponse> response;
+    if (code == CURLE_OK) {
+      response.emplace();
+      long status = 0;
+      curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+      response->statusCode = static_cast<int>(status);
+      char* url = nullptr;
+      if (curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url) == CURLE_OK && url != nullptr) {
+        response->url = url;
+      } else {
+        response->url = t.request.url;
+      }
+      response->headers = std::move(t.responseHeaders);
+    } else if (t.bodyTooLarge || code == CURLE_FILESIZE_EXCEEDED) {
+      error = transportError(CURLE_FILESIZE_EXCEEDED,
+                             "The response body is larger than the limit of " +
+                                 std::to_string(options_.maxBodyBytes) + " bytes");
+    } else if (t.writeErrno != 0) {
+      error =
+          Error(Error::Domain::system, t.writeErrno,
+                "Could not write the download to " + t.path + ": " + std::strerror(t.writeErrno));
+    } else {
+      error = transportError(
+          code, t.errorBuffer[0] != '\0' ? std::string(t.errorBuffer) : curl_easy_strerror(code));
+    }
+    releaseHandle(t);
+    complete(t, std::move(error), std::move(response));
+  }
+
+  void cancel(Transfer& t) {
+    if (t.easy == nullptr) {
+      return;  // finished already, or never started
+    }
+    auto found = active_.find(t.easy);
+    std::shared_ptr<Transfer> keepAlive;
+    if (found != active_.end()) {
+      keepAlive = std::move(found->second);
+      active_.erase(found);
+    }
+    releaseHandle(t);
+    complete(t, cancelledError(), std::nullopt);
+  }
+
+  /// Runs the completion once, without any lock held, and releases what it captured.
+  void complete(Transfer& t, std::optional<Error> error,
+                std::optional<port::HttpResponse> response) {
+    try {
+      if (t.download) {
+        port::DownloadTaskResult result;
+        if (t.fd >= 0 && ::close(t.fd) != 0 && !error) {
+          const int closeError = errno;
+          error =
+              Error(Error::Domain::system, closeError,
+                    "Could not write the download to " + t.path + ": " + std::strerror(closeError));
+        }
+        t.fd = -1;
+        if (error) {
+          if (!t.path.empty()) {
+            ::unlink(t.path.c_str());
+          }
+          result.error = std::move(error);
+        } else {
+          result.location = std::move(t.path);
+          result.response = std::move(response);
+        }
+        auto completion = std::move(t.onDownload);
+        t.onDownload = nullptr;
+        if (completion) {
+          completion(std::move(result));
+        }
+      } else {
+        port::DataTaskResult result;
+        if (error) {
+          result.error = std::move(error);
+        } else {
+          result.body = std::move(t.body);
+          result.response = std::move(response);
+        }
+        auto completion = std::move(t.onData);
+        t.onData = nullptr;
+        if (completion) {
+          completion(std::move(result));
+        }
+      }
+    } catch (...) {
+      // A completion that throws must not take the network thread, and every other transfer on
+      // it, down with it.
+    }
+  }
+
+  const CurlHttpClientOptions options_;
+  CURLM* multi_ = nullptr;
+  std::string systemCaPath_;
+  std::string noProxy_;
+  std::atomic<std::thread::id> networkThread_{};
+  std::atomic<bool> finished_{false};
+
+  std::mutex mutex_;
+  std::vector<std::shared_ptr<Transfer>> incoming_;
+  std::vector<std::shared_ptr<Transfer>> cancels_;
+  bool stopping_ = false;
+
+  // Network thread only.
+  std::unordered_map<CURL*, std::shared_ptr<Transfer>> active_;
+  std::vector<CURL*> idleHandles_;
+};
+
+/// Network threads whose client was released by one of the thread's own completions: such a
+/// thread cannot join itself, so it is kept here, finishes its shutdown on its own and is joined
+/// later (when another thread is handed over, or at process exit).
+class OrphanedThreads {
+ public:
+  static OrphanedThreads& instance() {
+    static OrphanedThreads threads;
+    return threads;
+  }
+
+  void adopt(std::thread thread, std::shared_ptr<Engine> engine) {
+    std::vector<Entry> done;
+    {
+      std::lock_guard lock(mutex_);
+      auto firstDone = std::partition(entries_.begin(), entries_.end(),
+                                      [](const Entry& e) { return !e.engine->finished(); });
+      done.assign(std::make_move_iterator(firstDone), std::make_move_iterator(entries_.end()));
+      entries_.erase(firstDone, entries_.end());
+      entries_.push_back(Entry{std::move(thread), std::move(engine)});
+    }
+    for (auto& entry : done) {
+      entry.thread.join();
+    }
+  }
+
+  ~OrphanedThreads() {
+    for (auto& entry : entries_) {
+      if (entry.thread.joinable()) {
+        entry.thread.join();
+      }
+    }
+  }
+
+ private:
+  struct Entry {
+    std::thread thread;
+    std::shared_ptr<Engine> engine;
+  };
+  std::mutex mutex_;
+  std::vector<Entry> entries_;
+};
+
+class CurlTask final : public port::HttpTask {
+ public:
+  CurlTask(std::weak_ptr<Engine> engine, std::weak_ptr<Transfer> transfer)
+      : engine_(std::move(engine)), transfer_(std::move(transfer)) {}
+
+  void cancel() override {
+    auto engine = engine_.lock();
+    auto transfer = transfer_.lock();
+    if (engine && transfer) {
+      engine->requestCancel(std::move(transfer));
+    }
+  }
+
+ private:
+  std::weak_ptr<Engine> engine_;
+  std::weak_ptr<Transfer> transfer_;
+};
+
+class CurlHttpClient final : public port::HttpClient {
+ public:
+  explicit CurlHttpClient(const CurlHttpClientOptions& options)
+      : engine_(std::make_shared<Engine>(options)),
+        thread_([engine = engine_] { engine->run(); }) {}
+
+  ~CurlHttpClient() override {
+    engine_->stop();
+    if (engine_->onNetworkThread()) {
+      OrphanedThreads::instance().adopt(std::move(thread_), engine_);
+    } else {
+      thread_.join();
+    }
+  }
+
+  CurlHttpClient(const CurlHttpClient&) = delete;
+  CurlHttpClient& operator=(const CurlHttpClient&) = delete;
+
+  std::shared_ptr<port::HttpTask> dataTask(port::HttpRequest request,
+                                           port::DataTaskCompletion completion) override {
+    auto transfer = std::make_shared<Transfer>();
+    transfer->request = std::move(request);
+    transfer->onData = std::move(completion);
+    return submit(std::move(transfer));
+  }
+
+  std::shared_ptr<port::HttpTask> downloadTask(port::HttpRequest request,
+                                               port::DownloadTaskCompletion completion) override {
+    auto transfer = std::make_shared<Transfer>();
+    transfer->request = std::move(request);
+    transfer->download = true;
+    transfer->onDownload = std::move(completion);
+    return submit(std::move(transfer));
+  }
+
+ private:
+  std::shared_ptr<port::HttpTask> submit(std::shared_ptr<Transfer> transfer) {
+    auto task = std::make_shared<CurlTask>(engine_, transfer);
+    engine_->submit(std::move(transfer));
+    return task;
+  }
+
+  std::shared_ptr<Engine> engine_;
+  std::thread thread_;
+};
+
+}  // namespace
+
+std::shared_ptr<port::HttpClient> makeCurlHttpClient(const CurlHttpClientOptions& options) {
+  return std::make_shared<CurlHttpClient>(options);
 }
 
 }  // namespace orvanta::linux_platform
