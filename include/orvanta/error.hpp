@@ -31,6 +31,8 @@ class ORVANTA_API Error {
     lastPushNotAvailable,
   };
 
+  /// An error of any domain. For the `orvanta` domain the case is taken from `code` (its ordinal,
+  /// or `statusCode` for codes of 100 and above); prefer the named factories below.
   Error(Domain domain, int code, std::string message);
 
   // The kit's own cases.
@@ -59,12 +61,16 @@ class ORVANTA_API Error {
   std::string localizedDescription() const;
 
   friend bool operator==(const Error& a, const Error& b) {
-    return a.domain_ == b.domain_ && a.code_ == b.code_ && a.message_ == b.message_;
+    return a.domain_ == b.domain_ && a.case_ == b.case_ && a.code_ == b.code_ &&
+           a.message_ == b.message_;
   }
 
  private:
-  Domain domain_;
-  int code_;
+  Error(OrvantaErrorCase kitCase, int code, std::string message);
+
+  Domain domain_ = Domain::orvanta;
+  OrvantaErrorCase case_ = OrvantaErrorCase::custom;  ///< meaningful in the `orvanta` domain only
+  int code_ = 0;
   std::string message_;
 };
 

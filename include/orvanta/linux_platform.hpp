@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,9 +27,18 @@ struct ORVANTA_API LinuxPlatformOptions {
   /// The kit's own resources (string tables); default: the installed share/orvanta folder,
   /// else the bundle directory.
   std::optional<std::string> kitResourcesDirectory;
+  /// How long a background task may run before it expires, unless the host reports suspension
+  /// first (`postWillSuspend`). Zero: tasks only expire at suspension.
+  std::chrono::milliseconds backgroundTaskBudget{30'000};
 };
 
-/// Builds the Linux default platform. Directories are created on first write, not here.
+/// Builds the Linux default platform: files in the folders above, the system clocks, standard
+/// output, a main queue on a thread of its own, a `HostLifecycle` driven by the host, and an HTTP
+/// client over libcurl. Directories are created on first write, not here. Any thread.
+///
+/// A host that keeps its "OrvantaConfig.plist" in a folder of its own installs, before first use:
+///   `orvanta::installPlatform(orvanta::makeLinuxPlatform({.bundleDirectory =
+///   "/path/to/folder"}));`
 ORVANTA_API std::shared_ptr<Platform> makeLinuxPlatform(const LinuxPlatformOptions& options = {});
 
 }  // namespace orvanta

@@ -17,7 +17,7 @@
 namespace orvanta {
 
 /// Everything the kit needs from the system it runs on. A host (or a platform adapter) fills one
-/// and installs it before first use of the kit; every field must be set.
+/// and installs it before first use of the kit; fields left empty take the Linux default.
 struct ORVANTA_API Platform {
   std::shared_ptr<port::SecureStore> secureStore;
   std::shared_ptr<port::PreferencesStore> preferences;
@@ -32,7 +32,8 @@ struct ORVANTA_API Platform {
 };
 
 /// Installs `platform` for the whole process. Call it once, before the first use of the kit
-/// (`Orvanta::configure`, any facade). Thread-safe.
+/// (`Orvanta::configure`, any facade). Installing again replaces the platform for every later use;
+/// a null pointer brings back the Linux default on next use. Thread-safe.
 ORVANTA_API void installPlatform(std::shared_ptr<Platform> platform);
 
 /// The platform in force; the Linux default (see `linux_platform.hpp`) when none was installed.

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "orvanta/export.hpp"
+#include "orvanta/orvanta_configuration.hpp"
+#include "orvanta/orvanta_push.hpp"
+
+namespace orvanta {
+
+/// The kit's entry point. The host calls `Orvanta::configure` once, early, then uses the facades.
+///
+/// The shared instance is created on first use of any static member, exactly once, whichever
+/// thread gets there first. Creating it builds the kit's long-lived components and installs the
+/// default configuration, which switches logging off until the host turns it on again.
+/// No exception leaves any member.
+class ORVANTA_API Orvanta {
+ public:
+  /// The one instance the kit uses. Any thread.
+  static Orvanta& shared();
+
+  /// Installs `configuration` (a null pointer installs a fresh `OrvantaConfiguration`) and logs the
+  /// credentials read from the configuration file at info level. Starts no network activity.
+  /// Meant to be called once, early, from the host's main thread; safe from any thread.
+  static void configure(std::shared_ptr<OrvantaConfiguration> configuration);
+
+  /// The push facade of the shared instance. Any thread.
+  static OrvantaPush& push();
+
+  /// Builds a second, independent set of components. The kit itself only uses `shared()`.
+  Orvanta();
+  ~Orvanta();
+  Orvanta(const Orvanta&) = delete;
+  Orvanta& operator=(const Orvanta&) = delete;
+
+  /// The configuration in force; never null. Any thread.
+  std::shared_ptr<OrvantaConfiguration> configuration() const;
+
+  /// The kit's long-lived components (push, user data, analytics, in-app handler); internal.
+  struct Components;
+
+ private:
+  std::unique_ptr<Components> components_;
+  mutable std::mutex configurationMutex_;
+  std::shared_ptr<OrvantaConfiguration> configuration_;
+};
+
+}  // namespace orvanta

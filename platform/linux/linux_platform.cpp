@@ -1,0 +1,163 @@
+#include <dlfcn.h>
+#include <errno.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <utility>
+#include <vector>
+
+#include "core/logger.hpp"
+#include "linux/curl_http_client.hpp"
+#include "linux/file_secure_store.hpp"
+#include "linux/file_utils.hpp"
+#include "linux/folder_bundle.hpp"
+#include "linux/json_preferences_store.hpp"
+#include "linux/linux_platform_internal.hpp"
+#include "linux/system_ports.hpp"
+#include "linux/thread_main_queue.hpp"
+#include "orvanta/host_lifecycle.hpp"
+
+namespace orvanta::linux_platform {
+namespace {
+
+std::string environmentPath(const char* name) {
+  const char* value = std::getenv(name);
+  // The XDG rules ignore relative paths.
+  if (value == nullptr || value[0] != '/') {
+    return {};
+  }
+  return value;
+}
+
+std::string homeDirectory() {
+  std::string home = environmentPath("HOME");
+  if (!home.empty()) {
+    return home;
+  }
+  struct passwd entry {};
+  struct passwd* found = nullptr;
+  std::vector<char> buffer(16384);
+  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found &&
+      found->pw_dir && found->pw_dir[0] == '/') {
+    return found->pw_dir;
+  }
+  return {};
+}
+
+std::string executablePath() {
+  std::vector<char> buffer(4096);
+  ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size() - 1);
+  if (length <= 0) {
+    return {};
+  }
+  return std::string(buffer.data(), static_cast<std::size_t>(length));
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// "<prefix>/share/orvanta" next to the installed library ("<prefix>/lib/..."), when it exists.
+std::string installedResourcesDirectory() {
+  static const char marker = 0;  // any object of this library locates it
+  Dl_info info{};
+  if (::dladdr(&marker, &info) == 0 || !info.dli_fname) {
+    return {};
+  }
+  std::string folder = parentFolder(info.dli_fname);
+  for (int level = 0; level < 3 && folder != "/" && folder != "."; ++level) {
+    std::string candidate = parentFolder(folder) + "/share/orvanta";
+    if (isDirectory(candidate)) {
+      return candidate;
+    }
+    folder = parentFolder(folder);
+  }
+  return {};
+}
+
+}  // namespace
+
+ResolvedLocations resolveLocations(const LinuxPlatformOptions& options) {
+  ResolvedLocations resolved;
+  std::string executable = executablePath();
+  resolved.applicationName = options.applicationName;
+  if (resolved.applicationName.empty()) {
+    resolved.applicationName = executable.empty() ? "orvanta" : lastComponent(executable);
+  }
+  std::string home = homeDirectory();
+
+  if (options.dataDirectory) {
+    resolved.dataDirectory = *options.dataDirectory;
+  } else if (std::string xdg = environmentPath("XDG_DATA_HOME"); !xdg.empty()) {
+    resolved.dataDirectory = xdg + "/" + resolved.applicationName;
+  } else if (!home.empty()) {
+    resolved.dataDirectory = home + "/.local/share/" + resolved.applicationName;
+  }
+
+  if (options.secureStoreDirectory) {
+    resolved.secureStoreDirectory = *options.secureStoreDirectory;
+  } else if (!resolved.dataDirectory.empty()) {
+    resolved.secureStoreDirectory = resolved.dataDirectory + "/keystore";
+  }
+
+  if (options.preferencesFile) {
+    resolved.preferencesFile = *options.preferencesFile;
+  } else if (std::string xdg = environmentPath("XDG_CONFIG_HOME"); !xdg.empty()) {
+    resolved.preferencesFile = xdg + "/" + resolved.applicationName + "/preferences.json";
+  } else if (!home.empty()) {
+    resolved.preferencesFile = home + "/.config/" + resolved.applicationName + "/preferences.json";
+  }
+
+  if (options.bundleDirectory) {
+    resolved.bundleDirectory = *options.bundleDirectory;
+  } else if (!executable.empty()) {
+    resolved.bundleDirectory = parentFolder(executable);
+  } else {
+    resolved.bundleDirectory.assign(1, '.');  // the working directory
+  }
+
+  if (options.kitResourcesDirectory) {
+    resolved.kitResourcesDirectory = *options.kitResourcesDirectory;
+  } else if (std::string installed = installedResourcesDirectory(); !installed.empty()) {
+    resolved.kitResourcesDirectory = installed;
+  } else {
+    resolved.kitResourcesDirectory = resolved.bundleDirectory;
+  }
+  return resolved;
+}
+
+JsonPreferencesStore::Warning warningsToLogSink(std::shared_ptr<port::LogSink> sink,
+                                                std::shared_ptr<port::Clock> clock) {
+  return [sink = std::move(sink), clock = std::move(clock)](std::string_view message) {
+    sink->write(OrvantaLogger::formatLine(OrvantaLogger::LogLevel::warning, clock->now(), message));
+  };
+}
+
+}  // namespace orvanta::linux_platform
+
+namespace orvanta {
+
+std::shared_ptr<Platform> makeLinuxPlatform(const LinuxPlatformOptions& options) {
+  using namespace linux_platform;
+  auto locations = resolveLocations(options);
+  auto platform = std::make_shared<Platform>();
+  platform->clock = std::make_shared<SystemClock>();
+  platform->logSink = std::make_shared<StdoutLogSink>();
+  platform->secureStore = std::make_shared<FileSecureStore>(locations.secureStoreDirectory);
+  platform->preferences = std::make_shared<JsonPreferencesStore>(
+      locations.preferencesFile, warningsToLogSink(platform->logSink, platform->clock));
+  platform->bundle =
+      std::make_shared<FolderBundle>(locations.bundleDirectory, locations.kitResourcesDirectory);
+  platform->fileLocations = std::make_shared<XdgFileLocations>(locations.dataDirectory);
+  platform->mainQueue = std::make_shared<ThreadMainQueue>();
+  platform->lifecycle =
+      std::make_shared<HostLifecycle>(platform->mainQueue, options.backgroundTaskBudget);
+  platform->deviceInfo = std::make_shared<LinuxDeviceInfo>();
+  platform->httpClient = makeCurlHttpClient();
+  return platform;
+}
+
+}  // namespace orvanta

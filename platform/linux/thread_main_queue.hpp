@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "orvanta/port/main_queue.hpp"
+
+namespace orvanta::linux_platform {
+
+/// The main queue on a thread of its own ("orvanta-main"): work runs one item at a time, in
+/// order of due time, then of submission. Delayed work waits on a condition variable with a
+/// deadline; cancelled work is skipped. Destroying the queue drops the work not yet started, lets
+/// the running item finish and joins the thread. An exception thrown by a work item is dropped.
+class ThreadMainQueue : public port::MainQueue {
+ public:
+  explicit ThreadMainQueue(std::string threadName = "orvanta-main");
+  ~ThreadMainQueue() override;
+  ThreadMainQueue(const ThreadMainQueue&) = delete;
+  ThreadMainQueue& operator=(const ThreadMainQueue&) = delete;
+
+  void async(std::function<void()> work) override;
+  std::shared_ptr<port::Cancellable> asyncAfter(std::chrono::milliseconds delay,
+                                                std::function<void()> work) override;
+  bool isCurrent() const override;
+
+ private:
+  class Token;
+  struct State;
+
+  void enqueue(std::chrono::steady_clock::time_point due, std::function<void()> work,
+               std::shared_ptr<Token> token);
+  static void run(const std::shared_ptr<State>& state);
+
+  // Shared with the thread, which may outlive this object when the queue is released by one of
+  // its own work items.
+  std::shared_ptr<State> state_;
+  std::thread thread_;
+  std::thread::id threadId_;
+};
+
+}  // namespace orvanta::linux_platform

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <chrono>
+#include <concepts>
+#include <exception>
+#include <optional>
+#include <ostream>
+#include <source_location>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "orvanta/error.hpp"
+
+namespace orvanta {
+
+namespace detail {
+
+template <class T>
+concept Streamable = requires(std::ostream& stream, const T& value) {
+  stream << value;
+};
+
+template <class>
+inline constexpr bool kAlwaysFalse = false;
+
+}  // namespace detail
+
+/// The kit's diagnostic channel: one line per call on the platform's log sink (standard output by
+/// default), printed only while the persisted `isLoggingEnabled` switch is on. The switch is read
+/// again on every call. Every member may be called from any thread.
+///
+/// A line reads "🚀 ORVANTA 🚀 " + date + " " + level tag + " " + message, the date in the local
+/// time zone as "yyyy-MM-dd hh:mm:ssSSS": a 12-hour hour without AM/PM and the milliseconds written
+/// straight after the seconds (14:05:09.042 prints as 02:05:09042). That is the kit's log format.
+class OrvantaLogger {
+ public:
+  enum class LogLevel { verbose, debug, info, warning, error };
+
+  /// The printed tag of a level ("ℹ️ INFO ℹ️"), in UTF-8.
+  static std::string_view rawValue(LogLevel level);
+  /// The level whose tag is `tag`; none for any other text.
+  static std::optional<LogLevel> levelFromRawValue(std::string_view tag);
+
+  // The location is accepted for the callers' convenience and not printed.
+  template <class M>
+  static void verbose(const M& message,
+                      std::source_location location = std::source_location::current()) {
+    log(LogLevel::verbose, message, location);
+  }
+  template <class M>
+  static void debug(const M& message,
+                    std::source_location location = std::source_location::current()) {
+    log(LogLevel::debug, message, location);
+  }
+  template <class M>
+  static void info(const M& message,
+                   std::source_location location = std::source_location::current()) {
+    log(LogLevel::info, message, location);
+  }
+  template <class M>
+  static void error(const M& message,
+                    std::source_location location = std::source_location::current()) {
+    log(LogLevel::error, message, location);
+  }
+
+  /// Text of a message: an `Error` as its localized description, text as it stands, an exception
+  /// as its `what()`, anything else as `operator<<` writes it (Booleans as true/false).
+  template <class M>
+  static std::string render(const M& message) {
+    if constexpr (std::is_same_v<M, Error>) {
+      return message.localizedDescription();
+    } else if constexpr (std::is_convertible_v<const M&, std::string_view>) {
+      return std::string(std::string_view(message));
+    } else if constexpr (std::is_base_of_v<std::exception, M>) {
+      return message.what();
+    } else if constexpr (detail::Streamable<M>) {
+      std::ostringstream stream;
+      stream << std::boolalpha << message;
+      return stream.str();
+    } else {
+      static_assert(detail::kAlwaysFalse<M>, "the logger cannot print this type");
+    }
+  }
+
+  /// The date as the log line shows it, in the local time zone.
+  static std::string formatDate(std::chrono::system_clock::time_point time);
+  /// A complete log line, newline included.
+  static std::string formatLine(LogLevel level, std::chrono::system_clock::time_point time,
+                                std::string_view message);
+
+ private:
+  template <class M>
+  static void log(LogLevel level, const M& message, const std::source_location&) {
+    try {
+      if (!shouldPrint(level)) {
+        return;
+      }
+      write(level, render(message));
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the logger never fails its caller
+    }
+  }
+
+  static bool shouldPrint(LogLevel level);
+  static void write(LogLevel level, std::string_view message);
+};
+
+}  // namespace orvanta

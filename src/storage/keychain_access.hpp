@@ -1,0 +1,68 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "orvanta/error.hpp"
+#include "orvanta/port/secure_store.hpp"
+#include "storage/data_convertible.hpp"
+
+namespace orvanta {
+
+/// The kit's view of the platform's secure store: items identified by account name alone.
+///
+/// Reads are serialised by `readLock_` and never fail: any problem reads as no value. Writes and
+/// deletes are not serialised and throw an `orvanta::Error` of the `keychain` domain (code = the
+/// ordinal of the `KeychainAccess::Error` case, message = its text); callers catch it, it never
+/// reaches the host. Every member may be called from any thread.
+class KeychainAccess {
+ public:
+  /// Failures of the secure store, in declared order (the ordinal is the error code).
+  enum class Error {
+    dataEncodingError,
+    couldNotWriteData,
+    couldNotDeleteData,
+    couldNotClearKeychain,  ///< declared for completeness; nothing raises it
+  };
+
+  /// The case's text, e.g. "Could not write data to the Keychain.".
+  static std::string_view rawValue(Error error);
+  /// The case whose text is `text`; none for any other text.
+  static std::optional<Error> errorFromRawValue(std::string_view text);
+  /// The error as the kit's error value (domain `keychain`).
+  static orvanta::Error makeError(Error error);
+
+  explicit KeychainAccess(std::shared_ptr<port::SecureStore> store);
+
+  /// The shared instance over the current platform (same as `Store::keychain()`).
+  static std::shared_ptr<KeychainAccess> standard();
+
+  /// The item under `key` converted to T; none when missing, unreadable or not convertible.
+  template <DataConvertible T>
+  std::optional<T> get(const std::string& key) {
+    std::lock_guard lock(readLock_);
+    auto bytes = store_->read(key);
+    if (!bytes) {
+      return std::nullopt;
+    }
+    return DataConversion<T>::fromData(bytesFromString(*bytes));
+  }
+
+  /// Replaces the item under `key` (delete, then add); no value only deletes it.
+  /// Throws `couldNotDeleteData` or `couldNotWriteData`.
+  void set(const std::optional<Bytes>& data, const std::string& key);
+
+  /// Deletes the item under `key`; a missing item is not an error. Throws `couldNotDeleteData`.
+  void remove(const std::string& key);
+
+  const std::shared_ptr<port::SecureStore>& secureStore() const { return store_; }
+
+ private:
+  std::mutex readLock_;
+  std::shared_ptr<port::SecureStore> store_;
+};
+
+}  // namespace orvanta

@@ -1,0 +1,134 @@
+#include "testing/platform_test.hpp"
+
+#include <mutex>
+#include <utility>
+
+#include "core/logging_switch.hpp"
+#include "core/platform_internal.hpp"
+#include "linux/curl_http_client.hpp"
+#include "linux/file_secure_store.hpp"
+#include "linux/folder_bundle.hpp"
+#include "linux/json_preferences_store.hpp"
+#include "linux/linux_platform_internal.hpp"
+#include "linux/system_ports.hpp"
+#include "linux/thread_main_queue.hpp"
+
+namespace orvanta::testing {
+namespace {
+
+// The libcurl client with its network thread, started only when a test sends a request.
+class LazyHttpClient : public port::HttpClient {
+ public:
+  std::shared_ptr<port::HttpTask> dataTask(port::HttpRequest request,
+                                           port::DataTaskCompletion completion) override {
+    return client()->dataTask(std::move(request), std::move(completion));
+  }
+  std::shared_ptr<port::HttpTask> downloadTask(port::HttpRequest request,
+                                               port::DownloadTaskCompletion completion) override {
+    return client()->downloadTask(std::move(request), std::move(completion));
+  }
+
+ private:
+  std::shared_ptr<port::HttpClient> client() {
+    std::lock_guard lock(mutex_);
+    if (!client_) {
+      client_ = linux_platform::makeCurlHttpClient();
+    }
+    return client_;
+  }
+
+  std::mutex mutex_;
+  std::shared_ptr<port::HttpClient> client_;
+};
+
+// Every test program that links the fixture also runs, outside any fixture, on a platform in a
+// temporary folder: no test writes to the user's home.
+class SandboxEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    platform_ = std::make_unique<TestPlatform>();
+    platform_->install();
+  }
+  void TearDown() override {
+    installPlatform(nullptr);
+    platform_.reset();
+  }
+
+ private:
+  std::unique_ptr<TestPlatform> platform_;
+};
+
+[[maybe_unused]] const auto* const kSandboxEnvironment =
+    ::testing::AddGlobalTestEnvironment(new SandboxEnvironment());
+
+}  // namespace
+
+TestPlatform::TestPlatform(TestPlatformOptions options)
+    : options_(std::move(options)),
+      directory_(std::make_shared<TemporaryDirectory>()),
+      clock_(std::make_shared<ManualClock>()),
+      logSink_(std::make_shared<CapturingLogSink>()) {
+  std::shared_ptr<port::MainQueue> queue;
+  if (options_.threadedMainQueue) {
+    queue = std::make_shared<linux_platform::ThreadMainQueue>();
+  } else {
+    manualQueue_ = std::make_shared<ManualMainQueue>(clock_);
+    queue = manualQueue_;
+  }
+  if (!options_.httpClient) {
+    options_.httpClient = std::make_shared<LazyHttpClient>();
+  }
+  platform_ = build(queue);
+  lifecycle_ = std::static_pointer_cast<HostLifecycle>(platform_->lifecycle);
+}
+
+std::string TestPlatform::kitResourcesDirectory() {
+  return std::string(ORVANTA_SOURCE_DIR) + "/resources";
+}
+
+std::shared_ptr<Platform> TestPlatform::build(const std::shared_ptr<port::MainQueue>& queue) const {
+  using namespace linux_platform;
+  auto platform = std::make_shared<Platform>();
+  platform->clock = clock_;
+  platform->logSink = logSink_;
+  platform->mainQueue = queue;
+  platform->secureStore = std::make_shared<FileSecureStore>(secureStoreDirectory());
+  platform->preferences = std::make_shared<JsonPreferencesStore>(
+      preferencesFile(), warningsToLogSink(logSink_, clock_));
+  platform->bundle = std::make_shared<FolderBundle>(bundleDirectory(), kitResourcesDirectory());
+  platform->fileLocations = std::make_shared<XdgFileLocations>(dataDirectory());
+  platform->lifecycle = std::make_shared<HostLifecycle>(queue, options_.backgroundTaskBudget);
+  platform->deviceInfo = std::make_shared<LinuxDeviceInfo>();
+  platform->httpClient = options_.httpClient;
+  return platform;
+}
+
+void TestPlatform::install() const {
+  installPlatform(platform_);
+}
+
+std::shared_ptr<Platform> TestPlatform::relaunch() const {
+  return build(platform_->mainQueue);
+}
+
+void PlatformTest::SetUp() {
+  previous_ = detail::installedPlatformOrNull();
+  test_ = std::make_unique<TestPlatform>(platformOptions());
+  test_->install();
+}
+
+void PlatformTest::TearDown() {
+  installPlatform(previous_);
+  previous_.reset();
+  test_.reset();
+}
+
+void PlatformTest::enableLogging() {
+  detail::setLoggingEnabled(true);
+}
+
+void PlatformTest::writeConfig(const PlistEntries& entries) {
+  writeConfigPlist(test_->bundleDirectory(), entries);
+}
+
+}  // namespace orvanta::testing

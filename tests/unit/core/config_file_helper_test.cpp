@@ -1,0 +1,83 @@
+#include "core/config_file_helper.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "testing/platform_test.hpp"
+
+namespace orvanta {
+namespace {
+
+class ConfigFileHelperTest : public testing::PlatformTest {
+ protected:
+  std::string configPath() { return testPlatform().bundleDirectory() + "/OrvantaConfig.plist"; }
+
+  void expectAllEmpty() {
+    EXPECT_EQ(OrvantaConfigFileHelper::appId(), "");
+    EXPECT_EQ(OrvantaConfigFileHelper::token(), "");
+    EXPECT_EQ(OrvantaConfigFileHelper::secret(), "");
+    EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "");
+  }
+};
+
+TEST_F(ConfigFileHelperTest, ReadsXmlAndBinaryPropertyLists) {
+  writeConfig(testing::credentials("app-1", " token with blanks ", "s&<cret>", "events-1"));
+  EXPECT_EQ(OrvantaConfigFileHelper::appId(), "app-1");
+  EXPECT_EQ(OrvantaConfigFileHelper::token(), " token with blanks ");
+  EXPECT_EQ(OrvantaConfigFileHelper::secret(), "s&<cret>");
+  EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "events-1");
+
+  testing::writeFile(configPath(), testing::configPlistBinary(testing::credentials(
+                                       "app-2", "token-2", "secret-2", "événements")));
+  EXPECT_EQ(OrvantaConfigFileHelper::appId(), "app-2");
+  EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "événements");
+}
+
+TEST_F(ConfigFileHelperTest, ChangesToTheFileAreSeenAtTheNextRead) {
+  writeConfig({{"Token", "first"}});
+  EXPECT_EQ(OrvantaConfigFileHelper::token(), "first");
+  writeConfig({{"Token", "second"}});
+  EXPECT_EQ(OrvantaConfigFileHelper::token(), "second");
+  std::remove(configPath().c_str());
+  EXPECT_EQ(OrvantaConfigFileHelper::token(), "");
+}
+
+TEST_F(ConfigFileHelperTest, MissingKeysAndNonStringValuesReadAsEmpty) {
+  testing::writeFile(configPath(),
+                     "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                     "<key>Token</key><integer>12345</integer>"
+                     "<key>Secret</key><dict><key>a</key><string>b</string></dict>"
+                     "<key>AppId</key><string>app</string>"
+                     "</dict></plist>");
+  EXPECT_EQ(OrvantaConfigFileHelper::token(), "");
+  EXPECT_EQ(OrvantaConfigFileHelper::secret(), "");
+  EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "");
+  EXPECT_EQ(OrvantaConfigFileHelper::appId(), "app");
+}
+
+TEST_F(ConfigFileHelperTest, UnusableFilesReadAsEmpty) {
+  expectAllEmpty();  // no file at all
+
+  std::string valid = testing::configPlistXml(testing::credentials("a", "t", "s", "e"));
+  std::string binary = testing::configPlistBinary(testing::credentials("a", "t", "s", "e"));
+  const std::string unusable[] = {
+      "",
+      valid.substr(0, valid.size() / 2),
+      binary.substr(0, binary.size() - 12),
+      "bplist00\xff\xff\xff\xff garbage",
+      std::string("\0\1\2\3\4\5\6\7", 8),
+      "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>Token</string></array></plist>",
+      "<?xml version=\"1.0\"?><plist version=\"1.0\"><string>just text</string></plist>",
+      "{\"Token\": \"json is not a property list\"}",
+  };
+  for (const auto& contents : unusable) {
+    SCOPED_TRACE(contents);
+    testing::writeFile(configPath(), contents);
+    expectAllEmpty();
+  }
+}
+
+}  // namespace
+}  // namespace orvanta
