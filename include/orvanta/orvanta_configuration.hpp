@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -11,6 +12,11 @@ namespace orvanta {
 /// four credentials are read from the host's "OrvantaConfig.plist" (keys "AppId", "Token",
 /// "Secret", "EventsToken") on every access, and `isLoggingEnabled` lives in the preferences
 /// store, shared by every configuration object and kept across launches.
+///
+/// The last value a host sets through `setIsLoggingEnabled` on an object is also remembered by
+/// that object and applied again when the object is passed to `Orvanta::configure`: creating the
+/// shared instance switches logging off, and a host that asked for logging on the configuration
+/// it installs gets it, whichever comes first.
 ///
 /// All members may be called from any thread.
 class ORVANTA_API OrvantaConfiguration {
@@ -31,6 +37,11 @@ class ORVANTA_API OrvantaConfiguration {
   /// The persisted logging switch ("orvanta.userDefaults.isLoggingEnabled"); false when unset.
   bool isLoggingEnabled() const;
   void setIsLoggingEnabled(bool enabled);
+
+ private:
+  friend class Orvanta;
+  enum LoggingChoice : int { kUnset = -1, kOff = 0, kOn = 1 };
+  std::atomic<int> loggingChoice_{kUnset};
 };
 
 }  // namespace orvanta

@@ -4,6 +4,7 @@
 
 #include "core/config_file_helper.hpp"
 #include "core/logger.hpp"
+#include "core/logging_switch.hpp"
 #include "core/orvanta_components.hpp"
 
 namespace orvanta {
@@ -33,6 +34,11 @@ void Orvanta::configure(std::shared_ptr<OrvantaConfiguration> configuration) {
     Orvanta& orvanta = shared();
     if (!configuration) {
       configuration = std::make_shared<OrvantaConfiguration>();
+    }
+    // Creating the shared instance above switched logging off; the host's own choice on the
+    // object it installs wins.
+    if (int choice = configuration->loggingChoice_.load(); choice != OrvantaConfiguration::kUnset) {
+      detail::setLoggingEnabled(choice == OrvantaConfiguration::kOn);
     }
     {
       std::lock_guard lock(orvanta.configurationMutex_);

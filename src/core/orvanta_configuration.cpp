@@ -32,6 +32,7 @@ bool OrvantaConfiguration::isLoggingEnabled() const {
 }
 
 void OrvantaConfiguration::setIsLoggingEnabled(bool enabled) {
+  loggingChoice_.store(enabled ? kOn : kOff);
   detail::setLoggingEnabled(enabled);
 }
 
