@@ -1,0 +1,237 @@
+#include "models/json_coding.hpp"
+
+#include <cmath>
+#include <limits>
+
+namespace orvanta::detail {
+namespace {
+
+constexpr int kValueNotFoundCode = 4865;
+constexpr int kReadCorruptCode = 4864;
+
+std::string describe(std::string_view context, const char* what) {
+  std::string text(context);
+  text += ": ";
+  text += what;
+  return text;
+}
+
+[[noreturn]] void typeMismatch(std::string_view context, const char* expected) {
+  throw DecodingFailure(DecodingFailure::Kind::typeMismatch,
+                        describe(context, expected) + std::string(" expected"));
+}
+
+}  // namespace
+
+DecodingFailure::DecodingFailure(Kind kind, const std::string& detail)
+    : std::runtime_error(detail), kind_(kind) {}
+
+Error DecodingFailure::toError() const {
+  switch (kind_) {
+    case Kind::keyNotFound:
+    case Kind::valueNotFound:
+      return Error(Error::Domain::decoding, kValueNotFoundCode,
+                   "The data couldn\u2019t be read because it is missing.");
+    case Kind::typeMismatch:
+    case Kind::dataCorrupted:
+      break;
+  }
+  return Error(Error::Domain::decoding, kReadCorruptCode,
+               "The data couldn\u2019t be read because it isn\u2019t in the correct format.");
+}
+
+bool isValidUtf8(std::string_view text) {
+  std::size_t i = 0;
+  const std::size_t n = text.size();
+  while (i < n) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    if (lead < 0x80) {
+      ++i;
+      continue;
+    }
+    std::size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;  // allowed range of the first continuation byte
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      length = 3;
+      if (lead == 0xE0) {
+        low = 0xA0;  // no overlong forms
+      } else if (lead == 0xED) {
+        high = 0x9F;  // no surrogates
+      }
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      length = 4;
+      if (lead == 0xF0) {
+        low = 0x90;
+      } else if (lead == 0xF4) {
+        high = 0x8F;  // nothing past U+10FFFF
+      }
+    } else {
+      return false;
+    }
+    if (n - i < length) {
+      return false;
+    }
+    for (std::size_t k = 1; k < length; ++k) {
+      const auto byte = static_cast<unsigned char>(text[i + k]);
+      const unsigned char lo = k == 1 ? low : 0x80;
+      const unsigned char hi = k == 1 ? high : 0xBF;
+      if (byte < lo || byte > hi) {
+        return false;
+      }
+    }
+    i += length;
+  }
+  return true;
+}
+
+bool nestingWithin(std::string_view text, std::size_t limit) {
+  std::size_t depth = 0;
+  bool inString = false;
+  bool escaped = false;
+  for (char c : text) {
+    if (inString) {
+      if (escaped) {
+        escaped = false;
+      } else if (c == '\\') {
+        escaped = true;
+      } else if (c == '"') {
+        inString = false;
+      }
+      continue;
+    }
+    if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > limit) {
+        return false;
+      }
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return true;
+}
+
+Json parseJson(std::string_view text) {
+  if (!nestingWithin(text)) {
+    throw DecodingFailure(DecodingFailure::Kind::dataCorrupted, "JSON nested too deeply");
+  }
+  // Without exceptions the parser reports malformed input (including invalid UTF-8 and numbers
+  // beyond the range of a double) as a discarded value.
+  Json parsed = Json::parse(text.begin(), text.end(), nullptr, false);
+  if (parsed.is_discarded()) {
+    throw DecodingFailure(DecodingFailure::Kind::dataCorrupted,
+                          "The given data was not valid JSON.");
+  }
+  return parsed;
+}
+
+const Json& requireObject(const Json& value, std::string_view context) {
+  if (value.is_null()) {
+    throw DecodingFailure(DecodingFailure::Kind::valueNotFound, describe(context, "null"));
+  }
+  if (!value.is_object()) {
+    typeMismatch(context, "object");
+  }
+  return value;
+}
+
+const Json& requiredMember(const Json& object, const char* key) {
+  auto it = object.find(key);
+  if (it == object.end()) {
+    throw DecodingFailure(DecodingFailure::Kind::keyNotFound, describe(key, "key not found"));
+  }
+  if (it->is_null()) {
+    throw DecodingFailure(DecodingFailure::Kind::valueNotFound, describe(key, "null"));
+  }
+  return *it;
+}
+
+const Json* optionalMember(const Json& object, const char* key) {
+  auto it = object.find(key);
+  if (it == object.end() || it->is_null()) {
+    return nullptr;
+  }
+  return &*it;
+}
+
+std::string stringFrom(const Json& value, std::string_view context) {
+  if (!value.is_string()) {
+    typeMismatch(context, "string");
+  }
+  return value.get<std::string>();
+}
+
+std::int64_t int64From(const Json& value, std::string_view context) {
+  if (value.is_number_integer() && !value.is_number_unsigned()) {
+    return value.get<std::int64_t>();
+  }
+  if (value.is_number_unsigned()) {
+    const auto number = value.get<std::uint64_t>();
+    if (number <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+      return static_cast<std::int64_t>(number);
+    }
+  } else if (value.is_number_float()) {
+    // "2.0" reads as the integer 2; a fraction or a value out of range does not.
+    const double number = value.get<double>();
+    constexpr double kLimit = 9223372036854775808.0;
+    if (std::isfinite(number) && std::trunc(number) == number && number >= -kLimit &&
+        number < kLimit) {
+      return static_cast<std::int64_t>(number);
+    }
+  }
+  if (value.is_number()) {
+    throw DecodingFailure(DecodingFailure::Kind::dataCorrupted,
+                          describe(context, "number does not fit a 64-bit integer"));
+  }
+  typeMismatch(context, "integer");
+}
+
+bool boolFrom(const Json& value, std::string_view context) {
+  if (!value.is_boolean()) {
+    typeMismatch(context, "Boolean");
+  }
+  return value.get<bool>();
+}
+
+double doubleFrom(const Json& value, std::string_view context) {
+  if (!value.is_number()) {
+    typeMismatch(context, "number");
+  }
+  const double number = value.get<double>();
+  if (!std::isfinite(number)) {
+    throw DecodingFailure(DecodingFailure::Kind::dataCorrupted, describe(context, "not finite"));
+  }
+  return number;
+}
+
+Date dateFrom(const Json& value, std::string_view context) {
+  return Date::sinceReferenceDate(doubleFrom(value, context));
+}
+
+std::string requiredString(const Json& object, const char* key) {
+  return stringFrom(requiredMember(object, key), key);
+}
+
+std::optional<std::string> optionalString(const Json& object, const char* key) {
+  if (const Json* member = optionalMember(object, key)) {
+    return stringFrom(*member, key);
+  }
+  return std::nullopt;
+}
+
+OrderedJson encodeDouble(double value) {
+  if (!std::isfinite(value)) {
+    throw EncodingFailure("a non-finite number cannot be written as JSON");
+  }
+  return OrderedJson(value);
+}
+
+OrderedJson encodeDate(Date date) {
+  return encodeDouble(date.timeIntervalSinceReferenceDate());
+}
+
+}  // namespace orvanta::detail

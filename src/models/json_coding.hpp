@@ -1,0 +1,102 @@
+#pragma once
+
+// The JSON plumbing shared by the wire records: parsing outside input safely, reading keyed
+// members with the record decoders' rules, and the errors those decoders report.
+
+#include <cstdint>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "orvanta/error.hpp"
+#include "orvanta/value.hpp"
+
+namespace orvanta::detail {
+
+using Json = nlohmann::json;
+using OrderedJson = nlohmann::ordered_json;
+
+/// Deepest nesting of arrays and objects accepted from outside input. Deeper documents are
+/// refused before parsing, so no recursive walk over a parsed document can exhaust the stack.
+inline constexpr std::size_t kMaxJsonDepth = 512;
+
+/// Why a record could not be read. Thrown by the record decoders and turned into an `Error` of the
+/// decoding domain at their public edge; the codes and texts are those the kit has always logged
+/// for decoding failures.
+class DecodingFailure : public std::runtime_error {
+ public:
+  enum class Kind { keyNotFound, valueNotFound, typeMismatch, dataCorrupted };
+
+  DecodingFailure(Kind kind, const std::string& detail);
+
+  Kind kind() const { return kind_; }
+  /// 4865 "...because it is missing." for absent keys and values, 4864 "...isn't in the correct
+  /// format." for everything else.
+  Error toError() const;
+
+ private:
+  Kind kind_;
+};
+
+/// Thrown by encoders for values JSON cannot carry (non-finite numbers).
+class EncodingFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// True when `text` is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
+bool isValidUtf8(std::string_view text);
+
+/// True when no array or object in `text` nests deeper than `limit`. Linear, allocation free;
+/// strings (and brackets inside them) are skipped.
+bool nestingWithin(std::string_view text, std::size_t limit = kMaxJsonDepth);
+
+/// Parses outside input: too deep a nesting, malformed JSON or invalid UTF-8 throw
+/// `DecodingFailure` (data corrupted).
+Json parseJson(std::string_view text);
+
+// Reading members. `required*` throw keyNotFound for a missing key, valueNotFound for null and
+// typeMismatch for a wrong type; `optional*` give none for a missing key or null and throw
+// typeMismatch for a wrong type.
+const Json& requireObject(const Json& value, std::string_view context);
+const Json& requiredMember(const Json& object, const char* key);
+const Json* optionalMember(const Json& object, const char* key);
+
+std::string stringFrom(const Json& value, std::string_view context);
+std::int64_t int64From(const Json& value, std::string_view context);
+bool boolFrom(const Json& value, std::string_view context);
+double doubleFrom(const Json& value, std::string_view context);
+Date dateFrom(const Json& value, std::string_view context);
+
+std::string requiredString(const Json& object, const char* key);
+std::optional<std::string> optionalString(const Json& object, const char* key);
+
+/// A JSON object whose every member is read by `element(value, key)`.
+template <typename T, typename Element>
+std::map<std::string, T> mapFrom(const Json& value, std::string_view context, Element element) {
+  const Json& object = requireObject(value, context);
+  std::map<std::string, T> result;
+  for (const auto& [key, member] : object.items()) {
+    result.emplace(key, element(member, key));
+  }
+  return result;
+}
+
+// Writing. Dates become seconds since the reference date; non-finite numbers throw
+// `EncodingFailure`.
+OrderedJson encodeDouble(double value);
+OrderedJson encodeDate(Date date);
+
+template <typename T, typename Element>
+OrderedJson encodeMap(const std::map<std::string, T>& map, Element element) {
+  OrderedJson object = OrderedJson::object();
+  for (const auto& [key, value] : map) {
+    object[key] = element(value);
+  }
+  return object;
+}
+
+}  // namespace orvanta::detail

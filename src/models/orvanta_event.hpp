@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+#include "core/result.hpp"
+#include "orvanta/value.hpp"
+#include "storage/table_builder.hpp"
+
+namespace orvanta {
+
+/// One analytics event waiting to be posted: the body of the events request and a row of the
+/// table "orvantaevent".
+///
+/// Written with all eight keys, in this order: "uuidId", "pushId", "eventName", "createdAt",
+/// "additionalStringFields", "additionalNumericFields", "additionalBoolFields",
+/// "additionalDateFields" (empty maps as {}); all eight are required when reading.
+struct OrvantaEvent {
+  std::string uuidId;      ///< a fresh random UUID, upper-case canonical text; the row's key
+  std::string pushId;      ///< push token + "|||" + application identifier
+  std::string name;        ///< "eventName"
+  double createdAt = 0.0;  ///< seconds since 1970, with fraction
+  std::map<std::string, std::string> additionalStringFields;
+  std::map<std::string, std::int64_t> additionalNumericFields;
+  std::map<std::string, bool> additionalBoolFields;
+  std::map<std::string, Date> additionalDateFields;  ///< written as seconds since 2001
+
+  /// An empty record (what decoding starts from).
+  OrvantaEvent() = default;
+  /// A new event with a fresh `uuidId`; `pushId` joins `deviceToken` and the application
+  /// identifier read from the configuration file; `parameters` are sorted as by
+  /// `setParameters`.
+  OrvantaEvent(const std::string& deviceToken, std::string name, double createdAt,
+               const ValueMap& parameters);
+
+  /// The four maps merged, in the order string, numeric, Boolean, date (a later map wins).
+  ValueMap parameters() const;
+  /// Sorts each entry into one typed map, trying integer (an integer, or a boxed number that is
+  /// exactly one), then string, Boolean and date; anything else (floating point, a boxed
+  /// fraction, arrays, maps, null) is dropped. Adds to the maps; removes nothing.
+  void setParameters(const ValueMap& parameters);
+
+  /// Throws `detail::EncodingFailure` for a non-finite time or date.
+  nlohmann::ordered_json toJson() const;
+  /// Throws `detail::DecodingFailure`.
+  static OrvantaEvent fromJson(const nlohmann::json& json);
+  /// A decoding error (`Error::Domain::decoding`) when `json` is not an event.
+  static Result<OrvantaEvent> decode(std::string_view json);
+
+  /// Declares the columns of the table "orvantaevent".
+  static void create(TableBuilder& builder);
+  /// The table's name: the record type's name in lower case.
+  static constexpr const char* kTableName = "orvantaevent";
+
+  friend bool operator==(const OrvantaEvent&, const OrvantaEvent&) = default;
+};
+
+}  // namespace orvanta
