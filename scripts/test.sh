@@ -5,6 +5,8 @@
 #   2. the suite again under AddressSanitizer + UndefinedBehaviorSanitizer, with the fuzz
 #      corpora and regressions replayed;
 #   3. the concurrency tests under ThreadSanitizer.
+# Warnings are errors in the main build; the sanitizer builds keep them as warnings, because g++
+# reports false "maybe uninitialized" warnings once sanitizer instrumentation is on.
 # Each stage builds in its own folder under build/. Set ORVANTA_TEST_STAGES to run a subset,
 # e.g. ORVANTA_TEST_STAGES="main" or "main asan".
 set -euo pipefail
@@ -50,7 +52,7 @@ run_ctest() {
 configure() {
   local dir="$1"
   shift
-  cmake -S "$root" -B "$root/build/$dir" -DORVANTA_WERROR=ON "$@" >/dev/null
+  cmake -S "$root" -B "$root/build/$dir" "$@" >/dev/null
 }
 
 status=0
@@ -58,13 +60,13 @@ for stage in $stages; do
   case "$stage" in
     main)
       echo "== main build: everything, warnings as errors"
-      configure main -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTA_BUILD_BENCH=ON
+      configure main -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTA_WERROR=ON -DORVANTA_BUILD_BENCH=ON
       cmake --build "$root/build/main" -j "$jobs"
       run_ctest main --test-dir "$root/build/main" || status=1
       ;;
     asan)
       echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
-      configure asan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
+      configure asan -DORVANTA_WERROR=OFF -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
         -DORVANTA_SANITIZE=address,undefined -DORVANTA_BUILD_FUZZ=ON \
         -DORVANTA_BUILD_EXAMPLES=OFF
       cmake --build "$root/build/asan" -j "$jobs"
@@ -72,7 +74,7 @@ for stage in $stages; do
       ;;
     tsan)
       echo "== ThreadSanitizer: concurrency tests"
-      configure tsan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
+      configure tsan -DORVANTA_WERROR=OFF -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g" \
         -DORVANTA_SANITIZE=thread -DORVANTA_BUILD_EXAMPLES=OFF
       cmake --build "$root/build/tsan" -j "$jobs" --target orvanta_concurrency_tests
       run_ctest tsan --test-dir "$root/build/tsan" -L concurrency || status=1

@@ -61,8 +61,9 @@ std::optional<std::string> JsonPreferencesStore::loadLocked() {
 
 bool JsonPreferencesStore::saveLocked() {
   nlohmann::json document = nlohmann::json::object();
-  for (const auto& [key, value] : values_) {
-    std::visit([&document, &key](const auto& held) { document[key] = held; }, value);
+  for (const auto& entry : values_) {
+    const std::string& key = entry.first;
+    std::visit([&document, &key](const auto& held) { document[key] = held; }, entry.second);
   }
   std::string folder = parentFolder(path_);
   if (!makeDirectories(folder, 0700, false)) {

@@ -17,6 +17,16 @@ namespace orvanta {
 
 namespace detail {
 
+// Where a log call was made. Accepted for the callers' convenience and never printed, so a
+// toolchain without std::source_location (clang 14 over libstdc++ 12) gets an empty stand-in.
+#if defined(__cpp_lib_source_location)
+using SourceLocation = std::source_location;
+#else
+struct SourceLocation {
+  static constexpr SourceLocation current() noexcept { return {}; }
+};
+#endif
+
 template <class T>
 concept Streamable = requires(std::ostream& stream, const T& value) {
   stream << value;
@@ -46,22 +56,22 @@ class OrvantaLogger {
   // The location is accepted for the callers' convenience and not printed.
   template <class M>
   static void verbose(const M& message,
-                      std::source_location location = std::source_location::current()) {
+                      detail::SourceLocation location = detail::SourceLocation::current()) {
     log(LogLevel::verbose, message, location);
   }
   template <class M>
   static void debug(const M& message,
-                    std::source_location location = std::source_location::current()) {
+                    detail::SourceLocation location = detail::SourceLocation::current()) {
     log(LogLevel::debug, message, location);
   }
   template <class M>
   static void info(const M& message,
-                   std::source_location location = std::source_location::current()) {
+                   detail::SourceLocation location = detail::SourceLocation::current()) {
     log(LogLevel::info, message, location);
   }
   template <class M>
   static void error(const M& message,
-                    std::source_location location = std::source_location::current()) {
+                    detail::SourceLocation location = detail::SourceLocation::current()) {
     log(LogLevel::error, message, location);
   }
 
@@ -92,7 +102,7 @@ class OrvantaLogger {
 
  private:
   template <class M>
-  static void log(LogLevel level, const M& message, const std::source_location&) {
+  static void log(LogLevel level, const M& message, const detail::SourceLocation&) {
     try {
       if (!shouldPrint(level)) {
         return;
