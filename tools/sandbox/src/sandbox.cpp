@@ -1,0 +1,885 @@
+#include "orvanta_sandbox/sandbox.hpp"
+
+#include <arpa/inet.h>
+#include <microhttpd.h>
+#include <netinet/in.h>
+
+#include <array>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+
+#include "contract.hpp"
+
+namespace orvanta::sandbox {
+namespace {
+
+using nlohmann::json;
+using Clock = std::chrono::system_clock;
+
+constexpr std::string_view kServicePrefix = "/v1/";
+constexpr std::string_view kControlPrefix = "/_sandbox/";
+constexpr std::size_t kMaxBody = 1024 * 1024;
+
+// Where a service path leads: the endpoint, the id it carries, and the method it takes.
+struct Route {
+  Endpoint endpoint;
+  std::string id;
+  std::string_view method;
+};
+
+std::optional<Route> routeFor(std::string_view path) {
+  if (path.substr(0, kServicePrefix.size()) != kServicePrefix) {
+    return std::nullopt;
+  }
+  path.remove_prefix(kServicePrefix.size());
+  std::vector<std::string_view> segments;
+  while (true) {
+    const auto slash = path.find('/');
+    segments.push_back(path.substr(0, slash));
+    if (slash == std::string_view::npos) {
+      break;
+    }
+    path.remove_prefix(slash + 1);
+  }
+  for (const auto segment : segments) {
+    if (segment.empty()) {
+      return std::nullopt;
+    }
+  }
+  if (segments.size() == 1 && segments[0] == "devices") {
+    return Route{Endpoint::devices, {}, "POST"};
+  }
+  if (segments.size() == 1 && segments[0] == "event") {
+    return Route{Endpoint::event, {}, "POST"};
+  }
+  if (segments.size() == 2 && segments[0] == "devices") {
+    return Route{Endpoint::deviceUpdate, std::string(segments[1]), "POST"};
+  }
+  if (segments.size() == 3 && segments[0] == "devices" && segments[2] == "last_push") {
+    return Route{Endpoint::lastPush, std::string(segments[1]), "GET"};
+  }
+  if (segments.size() == 3 && segments[0] == "pushes" && segments[2] == "reports") {
+    return Route{Endpoint::reports, std::string(segments[1]), "POST"};
+  }
+  return std::nullopt;
+}
+
+// What one request is answered.
+struct Answer {
+  int status = 204;
+  std::string body;  // JSON when not empty
+  bool addContentType = false;
+  bool drop = false;
+  std::string reason;  // why it was refused, for the log line
+
+  static Answer error(int status, std::string reason) {
+    Answer answer;
+    answer.status = status;
+    answer.body = json{{"error", reason}}.dump();
+    answer.reason = std::move(reason);
+    return answer;
+  }
+};
+
+// One request on its way through the server, from its headers to its completion.
+struct Exchange {
+  bool control = false;
+  std::optional<Route> route;
+  std::string method;
+  std::string path;
+  std::string body;
+  bool tooLarge = false;
+  bool counted = false;  // in the endpoint's in-flight count
+};
+
+MHD_Result collectHeader(void* cls, MHD_ValueKind /*kind*/, const char* key, const char* value) {
+  auto* headers = static_cast<std::vector<std::pair<std::string, std::string>>*>(cls);
+  headers->emplace_back(key != nullptr ? key : "", value != nullptr ? value : "");
+  return MHD_YES;
+}
+
+bool is2xx(int status) {
+  return status >= 200 && status <= 299;
+}
+
+}  // namespace
+
+class Sandbox::Impl {
+ public:
+  explicit Impl(Options options) : options_(std::move(options)) {}
+  ~Impl() { stop(); }
+
+  void listen() {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(options_.port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    // One thread per connection: a delayed answer blocks only its own connection, and keep-alive
+    // clients never wait for a worker. The backlog is raised so that a burst of new connections
+    // is accepted at once instead of being refused and retried a second later.
+    daemon_ = MHD_start_daemon(
+        MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_AUTO,
+        options_.port, nullptr, nullptr, &Impl::onAccess, this, MHD_OPTION_SOCK_ADDR,
+        reinterpret_cast<const sockaddr*>(&address), MHD_OPTION_LISTEN_BACKLOG_SIZE, 1024U,
+        MHD_OPTION_CONNECTION_TIMEOUT, 120U, MHD_OPTION_NOTIFY_COMPLETED, &Impl::onCompleted, this,
+        MHD_OPTION_END);
+    if (daemon_ == nullptr) {
+      throw std::runtime_error("orvanta-sandbox: can't listen on 127.0.0.1:" +
+                               std::to_string(options_.port));
+    }
+    const auto* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
+    port_ = info != nullptr ? info->port : options_.port;
+  }
+
+  void stop() {
+    {
+      std::lock_guard lock(stopMutex_);
+      stopping_ = true;
+    }
+    stopCv_.notify_all();
+    notifyChange();
+    std::lock_guard lock(daemonMutex_);
+    if (daemon_ != nullptr) {
+      MHD_stop_daemon(daemon_);
+      daemon_ = nullptr;
+    }
+  }
+
+  // --- the server side --------------------------------------------------------------------
+
+  static MHD_Result onAccess(void* cls, MHD_Connection* connection, const char* url,
+                             const char* method, const char* /*version*/, const char* uploadData,
+                             std::size_t* uploadDataSize, void** context) {
+    auto* self = static_cast<Impl*>(cls);
+    auto* exchange = static_cast<Exchange*>(*context);
+    if (exchange == nullptr) {
+      exchange = new Exchange;
+      exchange->method = method;
+      exchange->path = url;
+      exchange->control = std::string_view(url).substr(0, kControlPrefix.size()) == kControlPrefix;
+      if (!exchange->control) {
+        exchange->route = routeFor(url);
+        if (exchange->route) {
+          self->enter(exchange->route->endpoint);
+          exchange->counted = true;
+        }
+      }
+      *context = exchange;
+      return MHD_YES;
+    }
+    if (*uploadDataSize != 0) {
+      if (exchange->body.size() + *uploadDataSize > kMaxBody) {
+        exchange->tooLarge = true;
+      } else {
+        exchange->body.append(uploadData, *uploadDataSize);
+      }
+      *uploadDataSize = 0;
+      return MHD_YES;
+    }
+    const Answer answer =
+        exchange->control ? self->control(*exchange) : self->serve(*exchange, connection);
+    // The request leaves the count before its answer goes out, so that a client that has its
+    // answer never finds its request still counted.
+    self->leave(*exchange);
+    if (answer.drop) {
+      return MHD_NO;
+    }
+    return queue(connection, answer);
+  }
+
+  static void onCompleted(void* cls, MHD_Connection* /*connection*/, void** context,
+                          MHD_RequestTerminationCode /*code*/) {
+    auto* self = static_cast<Impl*>(cls);
+    auto* exchange = static_cast<Exchange*>(*context);
+    if (exchange == nullptr) {
+      return;
+    }
+    self->leave(*exchange);  // a request that ended before its answer
+    delete exchange;
+    *context = nullptr;
+  }
+
+  static MHD_Result queue(MHD_Connection* connection, const Answer& answer) {
+    MHD_Response* response = MHD_create_response_from_buffer(
+        answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
+    if (response == nullptr) {
+      return MHD_NO;
+    }
+    if (!answer.body.empty() || answer.addContentType) {
+      MHD_add_response_header(response, "Content-Type", "application/json");
+    }
+    const MHD_Result result =
+        MHD_queue_response(connection, static_cast<unsigned int>(answer.status), response);
+    MHD_destroy_response(response);
+    return result;
+  }
+
+  Answer serve(Exchange& exchange, MHD_Connection* connection) {
+    RecordedRequest record;
+    record.method = std::move(exchange.method);
+    record.path = exchange.path;
+    MHD_get_connection_values(connection, MHD_HEADER_KIND, &collectHeader, &record.headers);
+    record.body = std::move(exchange.body);
+
+    Answer answer;
+    std::optional<Fault> fault;
+    if (exchange.route) {
+      fault = takeFault(exchange.route->endpoint);
+    }
+    if (fault && fault->delay.count() > 0 && !waitUnlessStopped(fault->delay)) {
+      answer.drop = true;
+    } else if (fault && fault->drop) {
+      answer.drop = true;
+      answer.reason = "fault: dropped";
+    } else if (fault && fault->status && !is2xx(*fault->status)) {
+      answer.status = *fault->status;
+      answer.reason = "fault";
+    } else {
+      answer = process(record, exchange);
+      if (fault && fault->status) {
+        answer.status = *fault->status;
+        answer.body.clear();
+      }
+    }
+    if (fault && fault->addContentType && answer.body.empty()) {
+      answer.addContentType = true;
+    }
+    record.status = answer.drop ? 0 : answer.status;
+    record.time = Clock::now();
+    log(std::move(record), answer.reason);
+    return answer;
+  }
+
+  // The service's own answer to a request that no fault intercepted.
+  Answer process(const RecordedRequest& request, const Exchange& exchange) {
+    if (!exchange.route) {
+      return refuse(Violation::Kind::routing, request, 404, "no such endpoint");
+    }
+    const Route& route = *exchange.route;
+    if (request.method != route.method) {
+      return refuse(Violation::Kind::routing, request, 405,
+                    std::string(endpointName(route.endpoint)) + " takes " +
+                        std::string(route.method) + ", not " + request.method);
+    }
+    if (auto reason = checkCredentials(request, route.endpoint)) {
+      return refuse(Violation::Kind::credentials, request, 401, *reason);
+    }
+    if (exchange.tooLarge) {
+      return refuse(Violation::Kind::contract, request, 413, "the body is too large");
+    }
+    if (!request.body.empty()) {
+      const auto contentType = request.header("Content-Type");
+      if (!contentType || !contract::isJsonContentType(*contentType)) {
+        return refuse(Violation::Kind::contract, request, 400,
+                      "a body without \"Content-Type: application/json\"");
+      }
+    }
+
+    const std::string_view what = endpointName(route.endpoint);
+    json body;
+    if (route.endpoint != Endpoint::lastPush && !request.body.empty()) {
+      body = json::parse(request.body, nullptr, false);
+      if (body.is_discarded()) {
+        return refuse(Violation::Kind::contract, request, 400,
+                      std::string(what) + ": the body is not JSON");
+      }
+    }
+    const bool needsBody = route.endpoint == Endpoint::devices ||
+                           route.endpoint == Endpoint::reports || route.endpoint == Endpoint::event;
+    if (needsBody && request.body.empty()) {
+      return refuse(Violation::Kind::contract, request, 400, std::string(what) + ": no body");
+    }
+
+    switch (route.endpoint) {
+      case Endpoint::devices:
+        return registerDevice(request, body);
+      case Endpoint::deviceUpdate:
+        if (request.body.empty()) {
+          markUnregistered(route.id);
+          return Answer{};
+        }
+        return registerDevice(request, body);
+      case Endpoint::lastPush:
+        return lastPush(route.id);
+      case Endpoint::reports:
+        return report(request, route.id, std::move(body));
+      case Endpoint::event:
+        return event(request, std::move(body));
+    }
+    return Answer::error(500, "unreachable");
+  }
+
+  std::optional<std::string> checkCredentials(const RecordedRequest& request,
+                                              Endpoint endpoint) const {
+    const Credentials& expected = options_.credentials;
+    const auto authorization = request.header("Authorization");
+    if (endpoint == Endpoint::event) {
+      if (!authorization) {
+        return "missing \"Authorization\"";
+      }
+      if (*authorization != expected.eventsToken) {
+        return "\"Authorization\" is not the events token";
+      }
+      return std::nullopt;
+    }
+    const auto token = request.header("X-Orvanta-App-Token");
+    const auto secret = request.header("X-Orvanta-App-Secret");
+    if (!token) {
+      return "missing \"X-Orvanta-App-Token\"";
+    }
+    if (*token != expected.token) {
+      return "wrong \"X-Orvanta-App-Token\"";
+    }
+    if (!secret) {
+      return "missing \"X-Orvanta-App-Secret\"";
+    }
+    if (*secret != expected.secret) {
+      return "wrong \"X-Orvanta-App-Secret\"";
+    }
+    if (!authorization) {
+      return "missing \"Authorization\"";
+    }
+    if (*authorization != kPushAuthorization) {
+      return "\"Authorization\" is not the push service's fixed value";
+    }
+    return std::nullopt;
+  }
+
+  Answer refuse(Violation::Kind kind, const RecordedRequest& request, int status,
+                std::string reason) {
+    {
+      std::lock_guard lock(mutex_);
+      violations_.push_back(Violation{kind, request.method, request.path, reason, Clock::now()});
+    }
+    return Answer::error(status, std::move(reason));
+  }
+
+  Answer registerDevice(const RecordedRequest& request, const json& body) {
+    if (auto reason = contract::checkDevice(body, options_.credentials.appId)) {
+      return refuse(Violation::Kind::contract, request, 400, *reason);
+    }
+    const auto& userId = body["user_id"].get_ref<const std::string&>();
+    std::lock_guard lock(mutex_);
+    auto [found, added] = deviceIndex_.try_emplace(userId, devices_.size());
+    if (added) {
+      devices_.emplace_back();
+      devices_.back().userId = userId;
+    }
+    Device& device = devices_[found->second];
+    device.profile = body["orvanta"];
+    device.custom = body["custom"];
+    device.registrationId = body.contains("registration_id")
+                                ? std::optional(body["registration_id"].get<std::string>())
+                                : std::nullopt;
+    device.oldDeviceToken = body.contains("oldDeviceToken")
+                                ? std::optional(body["oldDeviceToken"].get<std::string>())
+                                : std::nullopt;
+    device.body = body;
+    device.unregistered = false;
+    ++device.registrations;
+    return Answer{};
+  }
+
+  void markUnregistered(const std::string& id) {
+    std::lock_guard lock(mutex_);
+    for (Device& device : devices_) {
+      if (device.userId == id || device.registrationId == id) {
+        device.unregistered = true;
+      }
+    }
+  }
+
+  Answer lastPush(const std::string& deviceToken) {
+    std::lock_guard lock(mutex_);
+    const auto found = lastPushes_.find(deviceToken);
+    if (found == lastPushes_.end()) {
+      Answer answer = Answer::error(404, "no push for this device");
+      answer.reason.clear();
+      return answer;
+    }
+    Answer answer;
+    answer.status = 200;
+    answer.body = found->second;
+    return answer;
+  }
+
+  Answer report(const RecordedRequest& request, const std::string& pushId, json body) {
+    if (auto reason = contract::checkReport(body, pushId)) {
+      return refuse(Violation::Kind::contract, request, 400, *reason);
+    }
+    std::string key = body.dump();
+    std::lock_guard lock(mutex_);
+    auto [found, added] = reportIndex_.try_emplace(std::move(key), reports_.size());
+    if (added) {
+      reports_.push_back(Report{pushId, std::move(body), 0});
+    }
+    ++reports_[found->second].deliveries;
+    return Answer{};
+  }
+
+  Answer event(const RecordedRequest& request, json body) {
+    if (auto reason = contract::checkEvent(body, options_.credentials.appId)) {
+      return refuse(Violation::Kind::contract, request, 400, *reason);
+    }
+    // nlohmann::json keeps object members sorted, so the dump is the canonical form.
+    std::string key = body.dump();
+    {
+      std::lock_guard lock(mutex_);
+      auto [found, added] = eventIndex_.try_emplace(std::move(key), events_.size());
+      if (added) {
+        events_.push_back(Event{std::move(body), 0});
+      }
+      ++events_[found->second].deliveries;
+    }
+    Answer answer;
+    answer.status = 201;
+    answer.body = R"({"result":"ok"})";
+    return answer;
+  }
+
+  // --- the control API --------------------------------------------------------------------
+
+  Answer control(Exchange& exchange) {
+    std::string_view path(exchange.path);
+    path.remove_prefix(kControlPrefix.size());
+    const std::string& method = exchange.method;
+    const auto ok = [](json body) {
+      Answer answer;
+      answer.status = 200;
+      answer.body = body.dump();
+      return answer;
+    };
+    if (path == "state" && method == "GET") {
+      return ok(stateJson());
+    }
+    if (path == "requests" && method == "GET") {
+      return ok(requestsJson());
+    }
+    if (path == "violations" && method == "GET") {
+      return ok(violationsJson());
+    }
+    if (path == "reset" && method == "POST") {
+      reset();
+      return Answer{};
+    }
+    if (path == "faults" && method == "DELETE") {
+      clearFaults();
+      return Answer{};
+    }
+    constexpr std::string_view lastPushPrefix = "last_push/";
+    if (path.substr(0, lastPushPrefix.size()) == lastPushPrefix &&
+        path.size() > lastPushPrefix.size()) {
+      const std::string token(path.substr(lastPushPrefix.size()));
+      if (method == "DELETE") {
+        clearLastPush(token);
+        return Answer{};
+      }
+      if (method == "POST" || method == "PUT") {
+        json push = json::parse(exchange.body, nullptr, false);
+        if (push.is_discarded() || !push.is_object()) {
+          return Answer::error(400, "a last push is a JSON object");
+        }
+        setLastPush(token, std::move(push));
+        return Answer{};
+      }
+      return Answer::error(405, "last_push takes PUT, POST or DELETE");
+    }
+    constexpr std::string_view faultsPrefix = "faults/";
+    if (path.substr(0, faultsPrefix.size()) == faultsPrefix) {
+      const std::string_view name = path.substr(faultsPrefix.size());
+      std::optional<Endpoint> endpoint;
+      if (name != "*") {
+        endpoint = endpointFromName(name);
+        if (!endpoint) {
+          return Answer::error(404, "unknown endpoint \"" + std::string(name) + "\"");
+        }
+      }
+      if (method == "DELETE") {
+        clearFault(endpoint);
+        return Answer{};
+      }
+      if (method == "POST" || method == "PUT") {
+        std::string error;
+        const json object = json::parse(exchange.body, nullptr, false);
+        auto fault = faultFromJson(object, &error);
+        if (!fault) {
+          return Answer::error(400, object.is_discarded() ? "a fault is a JSON object" : error);
+        }
+        setFault(endpoint, *fault);
+        return Answer{};
+      }
+      return Answer::error(405, "faults take PUT, POST or DELETE");
+    }
+    return Answer::error(404, "unknown control request");
+  }
+
+  // --- state ------------------------------------------------------------------------------
+
+  void enter(Endpoint endpoint) {
+    {
+      std::lock_guard lock(mutex_);
+      InFlight& counter = inFlight_[static_cast<std::size_t>(endpoint)];
+      ++counter.now;
+      counter.max = std::max(counter.max, counter.now);
+    }
+    notifyChange();
+  }
+
+  void leave(Exchange& exchange) {
+    if (!exchange.counted) {
+      return;
+    }
+    exchange.counted = false;
+    {
+      std::lock_guard lock(mutex_);
+      --inFlight_[static_cast<std::size_t>(exchange.route->endpoint)].now;
+    }
+    notifyChange();
+  }
+
+  std::optional<Fault> takeFault(Endpoint endpoint) {
+    std::lock_guard lock(mutex_);
+    std::optional<Fault>& own = faults_[static_cast<std::size_t>(endpoint)];
+    std::optional<Fault>& slot = own ? own : anyFault_;
+    if (!slot) {
+      return std::nullopt;
+    }
+    Fault fault = *slot;
+    if (slot->count && --*slot->count <= 0) {
+      slot.reset();
+    }
+    return fault;
+  }
+
+  // Waits out a fault's delay, cut short when faults are cleared. False when the sandbox was
+  // stopped during the wait.
+  bool waitUnlessStopped(std::chrono::milliseconds delay) {
+    std::unique_lock lock(stopMutex_);
+    const std::uint64_t epoch = faultEpoch_;
+    stopCv_.wait_for(lock, delay, [&] { return stopping_ || faultEpoch_ != epoch; });
+    return !stopping_;
+  }
+
+  // Lets the requests that wait out a delay go on.
+  void releaseDelays() {
+    {
+      std::lock_guard lock(stopMutex_);
+      ++faultEpoch_;
+    }
+    stopCv_.notify_all();
+  }
+
+  void log(RecordedRequest record, const std::string& reason) {
+    if (options_.onRequest) {
+      options_.onRequest(record, reason);
+    }
+    {
+      std::lock_guard lock(mutex_);
+      ++requestCount_;
+      requests_.push_back(std::move(record));
+      while (requests_.size() > options_.requestLogLimit) {
+        requests_.pop_front();
+        ++droppedRequests_;
+      }
+    }
+    notifyChange();
+  }
+
+  void notifyChange() const {
+    {
+      std::lock_guard lock(changeMutex_);
+      ++generation_;
+    }
+    changed_.notify_all();
+  }
+
+ public:
+  void setLastPush(const std::string& deviceToken, json push) {
+    if (push.is_object() && push.contains("data") && push["data"].is_object()) {
+      push = std::move(push["data"]);
+    }
+    {
+      std::lock_guard lock(mutex_);
+      lastPushes_[deviceToken] = push.dump();
+    }
+    notifyChange();
+  }
+
+  void clearLastPush(const std::string& deviceToken) {
+    std::lock_guard lock(mutex_);
+    lastPushes_.erase(deviceToken);
+  }
+
+  void setFault(std::optional<Endpoint> endpoint, Fault fault) {
+    std::lock_guard lock(mutex_);
+    (endpoint ? faults_[static_cast<std::size_t>(*endpoint)] : anyFault_) = fault;
+  }
+
+  void clearFault(std::optional<Endpoint> endpoint) {
+    {
+      std::lock_guard lock(mutex_);
+      (endpoint ? faults_[static_cast<std::size_t>(*endpoint)] : anyFault_).reset();
+    }
+    releaseDelays();
+  }
+
+  void clearFaults() {
+    {
+      std::lock_guard lock(mutex_);
+      for (auto& fault : faults_) {
+        fault.reset();
+      }
+      anyFault_.reset();
+    }
+    releaseDelays();
+  }
+
+  void reset() {
+    {
+      std::lock_guard lock(mutex_);
+      requests_.clear();
+      requestCount_ = 0;
+      droppedRequests_ = 0;
+      devices_.clear();
+      deviceIndex_.clear();
+      reports_.clear();
+      reportIndex_.clear();
+      events_.clear();
+      eventIndex_.clear();
+      violations_.clear();
+      lastPushes_.clear();
+      for (auto& fault : faults_) {
+        fault.reset();
+      }
+      anyFault_.reset();
+      for (auto& counter : inFlight_) {
+        counter.max = counter.now;
+      }
+    }
+    releaseDelays();
+    notifyChange();
+  }
+
+  json stateJson() const {
+    std::lock_guard lock(mutex_);
+    json devices = json::array();
+    for (const auto& device : devices_) {
+      devices.push_back(toJson(device));
+    }
+    json reports = json::array();
+    for (const auto& report : reports_) {
+      reports.push_back(toJson(report));
+    }
+    json events = json::array();
+    for (const auto& event : events_) {
+      events.push_back(toJson(event));
+    }
+    json inFlight = json::object();
+    json faults = json::object();
+    for (std::size_t i = 0; i < kEndpointCount; ++i) {
+      const auto name = std::string(endpointName(static_cast<Endpoint>(i)));
+      inFlight[name] = {{"now", inFlight_[i].now}, {"max", inFlight_[i].max}};
+      if (faults_[i]) {
+        faults[name] = toJson(*faults_[i]);
+      }
+    }
+    if (anyFault_) {
+      faults["*"] = toJson(*anyFault_);
+    }
+    json lastPushes = json::object();
+    for (const auto& [token, push] : lastPushes_) {
+      lastPushes[token] = json::parse(push);
+    }
+    return {{"devices", std::move(devices)},        {"reports", std::move(reports)},
+            {"events", std::move(events)},          {"in_flight", std::move(inFlight)},
+            {"faults", std::move(faults)},          {"last_pushes", std::move(lastPushes)},
+            {"request_count", requestCount_},       {"dropped_requests", droppedRequests_},
+            {"violation_count", violations_.size()}};
+  }
+
+  json requestsJson() const {
+    std::lock_guard lock(mutex_);
+    json requests = json::array();
+    for (const auto& request : requests_) {
+      requests.push_back(toJson(request));
+    }
+    return {{"requests", std::move(requests)}, {"dropped", droppedRequests_}};
+  }
+
+  json violationsJson() const {
+    std::lock_guard lock(mutex_);
+    json violations = json::array();
+    for (const auto& violation : violations_) {
+      violations.push_back(toJson(violation));
+    }
+    return violations;
+  }
+
+  bool waitFor(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) const {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (true) {
+      std::uint64_t seen = 0;
+      {
+        std::lock_guard lock(changeMutex_);
+        seen = generation_;
+      }
+      if (predicate()) {
+        return true;
+      }
+      std::unique_lock lock(changeMutex_);
+      if (!changed_.wait_until(lock, deadline, [&] { return generation_ != seen; })) {
+        lock.unlock();
+        return predicate();
+      }
+    }
+  }
+
+  Options options_;
+  std::uint16_t port_ = 0;
+
+  std::mutex daemonMutex_;
+  MHD_Daemon* daemon_ = nullptr;
+
+  std::mutex stopMutex_;
+  std::condition_variable stopCv_;
+  bool stopping_ = false;
+  std::uint64_t faultEpoch_ = 0;
+
+  mutable std::mutex changeMutex_;
+  mutable std::condition_variable changed_;
+  mutable std::uint64_t generation_ = 0;
+
+  // Everything below is guarded by mutex_.
+  mutable std::mutex mutex_;
+  std::deque<RecordedRequest> requests_;
+  std::size_t requestCount_ = 0;
+  std::size_t droppedRequests_ = 0;
+  std::vector<Device> devices_;
+  std::unordered_map<std::string, std::size_t> deviceIndex_;
+  std::vector<Report> reports_;
+  std::unordered_map<std::string, std::size_t> reportIndex_;
+  std::vector<Event> events_;
+  std::unordered_map<std::string, std::size_t> eventIndex_;
+  std::vector<Violation> violations_;
+  std::unordered_map<std::string, std::string> lastPushes_;  // token -> serialised data object
+  std::array<std::optional<Fault>, kEndpointCount> faults_;
+  std::optional<Fault> anyFault_;
+  std::array<InFlight, kEndpointCount> inFlight_{};
+};
+
+// --- Sandbox ------------------------------------------------------------------------------
+
+std::unique_ptr<Sandbox> Sandbox::start(Options options) {
+  auto impl = std::make_unique<Impl>(std::move(options));
+  impl->listen();
+  return std::unique_ptr<Sandbox>(new Sandbox(std::move(impl)));
+}
+
+Sandbox::Sandbox(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+Sandbox::~Sandbox() {
+  stop();
+}
+
+void Sandbox::stop() {
+  impl_->stop();
+}
+std::uint16_t Sandbox::port() const {
+  return impl_->port_;
+}
+std::string Sandbox::baseUrl() const {
+  return "http://127.0.0.1:" + std::to_string(impl_->port_) + "/v1/";
+}
+const Credentials& Sandbox::credentials() const {
+  return impl_->options_.credentials;
+}
+
+std::vector<RecordedRequest> Sandbox::requests() const {
+  std::lock_guard lock(impl_->mutex_);
+  return {impl_->requests_.begin(), impl_->requests_.end()};
+}
+std::size_t Sandbox::requestCount() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->requestCount_;
+}
+std::size_t Sandbox::droppedRequests() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->droppedRequests_;
+}
+std::vector<Device> Sandbox::devices() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->devices_;
+}
+std::optional<Device> Sandbox::device(const std::string& userId) const {
+  std::lock_guard lock(impl_->mutex_);
+  const auto found = impl_->deviceIndex_.find(userId);
+  if (found == impl_->deviceIndex_.end()) {
+    return std::nullopt;
+  }
+  return impl_->devices_[found->second];
+}
+std::vector<Report> Sandbox::reports() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->reports_;
+}
+std::vector<Event> Sandbox::events() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->events_;
+}
+std::size_t Sandbox::eventCount() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->events_.size();
+}
+std::vector<Violation> Sandbox::violations() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->violations_;
+}
+InFlight Sandbox::inFlight(Endpoint endpoint) const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->inFlight_[static_cast<std::size_t>(endpoint)];
+}
+
+void Sandbox::setLastPush(const std::string& deviceToken, nlohmann::json push) {
+  impl_->setLastPush(deviceToken, std::move(push));
+}
+void Sandbox::clearLastPush(const std::string& deviceToken) {
+  impl_->clearLastPush(deviceToken);
+}
+void Sandbox::setFault(std::optional<Endpoint> endpoint, Fault fault) {
+  impl_->setFault(endpoint, fault);
+}
+void Sandbox::clearFault(std::optional<Endpoint> endpoint) {
+  impl_->clearFault(endpoint);
+}
+void Sandbox::clearFaults() {
+  impl_->clearFaults();
+}
+void Sandbox::reset() {
+  impl_->reset();
+}
+
+nlohmann::json Sandbox::stateJson() const {
+  return impl_->stateJson();
+}
+nlohmann::json Sandbox::requestsJson() const {
+  return impl_->requestsJson();
+}
+nlohmann::json Sandbox::violationsJson() const {
+  return impl_->violationsJson();
+}
+
+bool Sandbox::waitFor(const std::function<bool()>& predicate,
+                      std::chrono::milliseconds timeout) const {
+  return impl_->waitFor(predicate, timeout);
+}
+bool Sandbox::waitForEventCount(std::size_t count, std::chrono::milliseconds timeout) const {
+  return waitFor([&] { return eventCount() >= count; }, timeout);
+}
+bool Sandbox::waitForRequestCount(std::size_t count, std::chrono::milliseconds timeout) const {
+  return waitFor([&] { return requestCount() >= count; }, timeout);
+}
+
+}  // namespace orvanta::sandbox
