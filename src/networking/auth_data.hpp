@@ -1,0 +1,101 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "models/orvanta_device.hpp"
+#include "networking/devices_service.hpp"
+#include "orvanta/port/main_queue.hpp"
+
+namespace orvanta {
+
+/// Keeps this installation's device record in the key store and registers it with the push
+/// service, trying again every 60 seconds until the service accepts it.
+///
+/// Always owned by a `std::shared_ptr` (`AuthData::make`, `AuthData::shared()`): request handlers
+/// and the pending retry hold it weakly and do nothing once it is gone. Every member may be called
+/// from any thread. Registration handlers run on the HTTP client's thread; retries run on the main
+/// queue.
+class AuthData : public std::enable_shared_from_this<AuthData> {
+ public:
+  struct Dependencies {
+    /// Where registrations go; none means a `DevicesService` over a router on the current
+    /// platform's HTTP client.
+    std::shared_ptr<DevicesServiceProtocol> devicesService;
+    /// Where retries wait; none means the current platform's main queue, looked up when a retry
+    /// is scheduled.
+    std::shared_ptr<port::MainQueue> mainQueue;
+  };
+
+  /// The pause between a failed registration and the next attempt.
+  static constexpr std::chrono::milliseconds kRetryDelay{60'000};
+
+  /// The instance the kit uses, created on first use, once. Its collaborators are those of the
+  /// platform in force at each use (key store, HTTP client, main queue).
+  static std::shared_ptr<AuthData> shared();
+
+  static std::shared_ptr<AuthData> make(Dependencies dependencies = {}) {
+    return std::make_shared<AuthData>(std::move(dependencies));
+  }
+
+  /// Prefer `make`: an instance not owned by a `std::shared_ptr` never schedules a retry.
+  explicit AuthData(Dependencies dependencies);
+  /// Cancels the pending retry.
+  virtual ~AuthData();
+  AuthData(const AuthData&) = delete;
+  AuthData& operator=(const AuthData&) = delete;
+
+  /// The device record, read from the key store ("authorizationData.deviceModel") on every call.
+  /// A record stored with the type "ios" is read as "IOS" and written back so (once). When nothing
+  /// decodable is stored, a fresh record for the installation identifier ("uuid", created when
+  /// missing) with the type "IOS" is returned, without storing it.
+  virtual OrvantaDevice device() const;
+  /// Stores the record in the key store; a failure is dropped.
+  virtual void setDevice(const OrvantaDevice& device);
+
+  /// Puts `token` in the device record, with the previous token as `oldDeviceToken`, stores the
+  /// record and registers it ("Successfully registered deviceToken" on success).
+  void storeDeviceTokenAndRegister(const std::string& token);
+
+  /// Cancels any pending retry and registers `record`. Success logs `successMessage` at info level;
+  /// failure logs the error and schedules the same registration 60 seconds later on the main
+  /// queue, again and again until one succeeds. A later call supersedes this one: its retries are
+  /// dropped, and an answer still in flight for it no longer schedules any.
+  void registerDevice(const OrvantaDevice& record, const std::string& successMessage);
+
+  /// True while a retry is waiting on the main queue.
+  bool hasPendingRetry() const;
+
+  const Dependencies& dependencies() const { return dependencies_; }
+
+ protected:
+  /// The key under which the record is stored: "authorizationData." + "deviceModel".
+  static constexpr const char* kDeviceModelKey = "authorizationData.deviceModel";
+
+ private:
+  OrvantaDevice checkIfCurrentVersionAndUpdateModelIfNeeded() const;
+  void writeDevice(const OrvantaDevice& device) const;
+  /// Sends `record` on behalf of registration number `generation`.
+  void attempt(const OrvantaDevice& record, const std::string& successMessage,
+               std::uint64_t generation);
+  /// Schedules `action` 60 seconds ahead, unless a newer registration than `generation` began.
+  void prepareTimer(std::function<void()> action, std::uint64_t generation);
+  void retry(const OrvantaDevice& record, const std::string& successMessage,
+             std::uint64_t generation);
+  std::shared_ptr<port::MainQueue> mainQueue() const;
+
+  Dependencies dependencies_;
+
+  mutable std::mutex retryMutex_;
+  std::shared_ptr<port::Cancellable> tryAgainWorkItem_;  ///< guarded by retryMutex_
+  std::uint64_t generation_ = 0;                         ///< guarded by retryMutex_
+
+  /// Serialises the read-modify-write of `storeDeviceTokenAndRegister`.
+  std::mutex recordMutex_;
+};
+
+}  // namespace orvanta

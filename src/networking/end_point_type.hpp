@@ -1,0 +1,75 @@
+#pragma once
+
+#include <concepts>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "core/constants.hpp"
+#include "orvanta/port/http_client.hpp"
+
+namespace orvanta {
+
+enum class HTTPMethod { get, post, put, patch, del };
+
+/// "GET", "POST", "PUT", "PATCH", "DELETE".
+std::string_view rawValue(HTTPMethod method);
+
+/// What a call sends besides its URL, method and the family's headers.
+struct HTTPTask {
+  enum class Kind {
+    request,                          ///< no body
+    requestWithParameters,            ///< a JSON body
+    requestWithParametersAndHeaders,  ///< a JSON body and headers of its own
+  };
+
+  Kind kind = Kind::request;
+  /// The body as a JSON object. None when the call's record could not be written as one: the
+  /// request then goes out without a body.
+  std::optional<nlohmann::ordered_json> bodyParameters;
+  /// Set after the family's headers (only for `requestWithParametersAndHeaders`).
+  port::HttpHeaders additionalHeaders;
+
+  static HTTPTask request() { return {}; }
+  static HTTPTask requestWithParameters(std::optional<nlohmann::ordered_json> bodyParameters) {
+    return {Kind::requestWithParameters, std::move(bodyParameters), {}};
+  }
+  static HTTPTask requestWithParametersAndHeaders(
+      std::optional<nlohmann::ordered_json> bodyParameters, port::HttpHeaders additionalHeaders) {
+    return {Kind::requestWithParametersAndHeaders, std::move(bodyParameters),
+            std::move(additionalHeaders)};
+  }
+};
+
+/// An endpoint family: a value naming one call, which the router turns into a request.
+/// `baseURL()` ends in "/"; `path()` is relative to it; `headers()` is the family's authorisation
+/// set, read again on every call.
+template <class E>
+concept EndPointType = requires(const E& endPoint) {
+  { endPoint.baseURL() } -> std::convertible_to<std::string>;
+  { endPoint.path() } -> std::convertible_to<std::string>;
+  { endPoint.httpMethod() } -> std::same_as<HTTPMethod>;
+  { endPoint.task() } -> std::same_as<HTTPTask>;
+  { endPoint.headers() } -> std::same_as<port::HttpHeaders>;
+};
+
+/// What a family inherits unless it says otherwise: the push service's base URL.
+struct EndPointDefaults {
+  static std::string baseURL() { return Constants::Networking::pushSDKURL(); }
+};
+
+/// `base` with `path` appended as a path component: a "/" is put between them unless `base` ends
+/// in one, and every byte of `path` that may not stand in a URL path (anything but letters, digits,
+/// "-._~!$&'()*+,;=:@/") is percent-encoded, "%" included. So an identifier holding "?", "#" or a
+/// blank stays inside its path segment.
+std::string appendingPathComponent(const std::string& base, std::string_view path);
+
+/// The full URL of a call.
+template <EndPointType E>
+std::string pathURL(const E& endPoint) {
+  return appendingPathComponent(endPoint.baseURL(), endPoint.path());
+}
+
+}  // namespace orvanta

@@ -1,0 +1,112 @@
+#include "networking/router.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
+#include "core/constants.hpp"
+#include "core/logger.hpp"
+#include "networking/json_parameter_encoder.hpp"
+#include "orvanta/platform.hpp"
+
+namespace orvanta::detail {
+namespace {
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) ==
+                  std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+}  // namespace
+
+void setHeader(port::HttpHeaders& headers, const std::string& name, const std::string& value) {
+  auto existing = std::find_if(headers.begin(), headers.end(), [&](const auto& field) {
+    return equalsIgnoringCase(field.first, name);
+  });
+  if (existing != headers.end()) {
+    *existing = {name, value};
+  } else {
+    headers.emplace_back(name, value);
+  }
+}
+
+port::HttpRequest buildRequest(HTTPMethod method, std::string url,
+                               const port::HttpHeaders& familyHeaders, const HTTPTask& task,
+                               std::chrono::milliseconds timeout) {
+  port::HttpRequest request;
+  request.url = std::move(url);
+  request.method = std::string(rawValue(method));
+  request.timeout = timeout;
+  request.ignoreCache = true;
+  for (const auto& [name, value] : Constants::Networking::defaultHeaders()) {
+    setHeader(request.headers, name, value);
+  }
+  for (const auto& [name, value] : familyHeaders) {
+    setHeader(request.headers, name, value);
+  }
+  if (task.kind == HTTPTask::Kind::requestWithParametersAndHeaders) {
+    for (const auto& [name, value] : task.additionalHeaders) {
+      setHeader(request.headers, name, value);
+    }
+  }
+  if (task.kind != HTTPTask::Kind::request && task.bodyParameters) {
+    JSONParameterEncoder().encode(request, *task.bodyParameters);
+  }
+  return request;
+}
+
+std::string describe(const port::HttpRequest& request) {
+  return request.method + " " + request.url;
+}
+
+std::optional<Error> validateStatusCode(const port::HttpResponse& response) {
+  if (response.statusCode >= 200 && response.statusCode <= 299) {
+    return std::nullopt;
+  }
+  return Error::statusCode(response.statusCode);
+}
+
+Future<Response> performRequest(const std::shared_ptr<port::HttpClient>& client,
+                                port::HttpRequest request, std::weak_ptr<const void> router) {
+  Promise<Response> promise;
+  std::string description = describe(request);
+  auto completion = [promise, router = std::move(router),
+                     description](port::DataTaskResult result) {
+    if (result.error) {
+      promise.reject(*result.error);
+      OrvantaLogger::error("Failed to perform request with error: " +
+                           result.error->localizedDescription());
+      return;
+    }
+    if (result.body && result.response) {
+      // A released router no longer judges the status: the answer resolves as it is.
+      if (!router.expired()) {
+        if (auto failure = validateStatusCode(*result.response)) {
+          promise.reject(*failure);
+          return;
+        }
+      }
+      promise.resolve(Response{std::move(*result.body), std::move(result.response)});
+      return;
+    }
+    promise.reject(Error::custom("No response for given request: " + description));
+  };
+  try {
+    if (!client) {
+      promise.reject(Error::custom("No response for given request: " + description));
+      return promise;
+    }
+    client->dataTask(std::move(request), std::move(completion));
+  } catch (...) {
+    promise.reject(errorFromCurrentException());
+  }
+  return promise;
+}
+
+std::shared_ptr<port::HttpClient> currentHttpClient() {
+  return currentPlatform()->httpClient;
+}
+
+}  // namespace orvanta::detail

@@ -1,0 +1,227 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <vector>
+
+#include "models/json.hpp"
+#include "networking/devices_service.hpp"
+#include "networking/events_service.hpp"
+#include "networking/pushes_service.hpp"
+#include "router_sandbox_fixture.hpp"
+#include "testing/loopback_http_server.hpp"
+
+namespace orvanta {
+namespace {
+
+using sandbox::Endpoint;
+using sandbox::Fault;
+using sandbox::RecordedRequest;
+using testing::await;
+
+std::string lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+/// `expected` arrived once each, in this order, and no other header shares their names.
+void expectHeaders(const RecordedRequest& request,
+                   const std::vector<std::pair<std::string, std::string>>& expected) {
+  std::vector<std::pair<std::string, std::string>> ours;
+  for (const auto& [name, value] : request.headers) {
+    for (const auto& wanted : expected) {
+      if (lower(name) == lower(wanted.first)) {
+        ours.emplace_back(wanted.first, value);
+      }
+    }
+  }
+  EXPECT_EQ(ours, expected) << request.method << " " << request.path;
+}
+
+const std::string kPushAuthorization(sandbox::kPushAuthorization);
+
+/// What went wrong, for failure messages.
+template <class T>
+std::string failureText(const std::optional<Result<T>>& outcome) {
+  if (!outcome) {
+    return "no answer";
+  }
+  return outcome->isSuccess() ? "success" : outcome->error().localizedDescription();
+}
+
+template <class T>
+Future<T> promised(std::function<void(CompletionHandler<T>)> call) {
+  Promise<T> promise;
+  CompletionHandler<T> handler;
+  if constexpr (std::is_same_v<T, Void>) {
+    handler.onNext = [promise] { promise.resolve(Void{}); };
+  } else {
+    handler.onNext = [promise](const T& value) { promise.resolve(value); };
+  }
+  handler.onError = [promise](const Error& error) { promise.reject(error); };
+  call(std::move(handler));
+  return promise;
+}
+
+class ServicesTest : public testing::SandboxTest {
+ protected:
+  OrvantaDevice device() {
+    OrvantaDevice record("8D3E7F0A-1B2C-4D5E-8F90-A1B2C3D4E5F6", "IOS");
+    record.deviceToken = "00ab10ff";
+    record.oldDeviceToken = "0011";
+    return record;
+  }
+  OrvantaNotificationStatus status() {
+    OrvantaNotificationStatus record;
+    record.id = "push-42";
+    record.status = OrvantaNotificationStatus::PushReportStatus::reactedOn;
+    record.deviceToken = "00ab10ff";
+    record.occurredAt = 1715090709;
+    record.details = OrvantaNotificationStatus::DetailsType::click;
+    record.actionId = "open";
+    return record;
+  }
+  OrvantaEvent event() {
+    return OrvantaEvent(
+        "00ab10ff", "purchase", 1715090709.25,
+        {{"sku", Value("A-1")}, {"count", Value(std::int64_t{3})}, {"gift", Value(true)}});
+  }
+
+  DevicesService devices_;
+  PushesService pushes_;
+  EventsService events_;
+};
+
+TEST_F(ServicesTest, EveryCallArrivesAsTheServiceExpectsIt) {
+  const auto& credentials = sandbox().credentials();
+  const std::vector<std::pair<std::string, std::string>> pushHeaders = {
+      {"Content-Type", "application/json"},
+      {"X-Orvanta-App-Token", credentials.token},
+      {"X-Orvanta-App-Secret", credentials.secret},
+      {"Authorization", kPushAuthorization}};
+
+  auto registered = await(promised<Void>([&](auto h) { devices_.registerDevice(device(), h); }));
+  ASSERT_TRUE(registered && registered->isSuccess()) << failureText(registered);
+  auto request = onlyRequest();
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.path, "/v1/devices");
+  expectHeaders(request, pushHeaders);
+  EXPECT_EQ(request.body, json(device())->dump(2));
+  ASSERT_TRUE(sandbox().device(device().deviceUUID));
+  EXPECT_EQ(sandbox().device(device().deviceUUID)->registrationId, "00ab10ff");
+  sandbox().reset();
+
+  auto reported = await(promised<Void>([&](auto h) { pushes_.report(status(), h); }));
+  ASSERT_TRUE(reported && reported->isSuccess()) << failureText(reported);
+  request = onlyRequest();
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.path, "/v1/pushes/push-42/reports");
+  expectHeaders(request, pushHeaders);
+  EXPECT_EQ(request.body, json(status())->dump(2));
+  sandbox().reset();
+
+  auto sentEvent = event();
+  auto added = await(promised<Void>([&](auto h) { events_.addEvent(sentEvent, h); }));
+  ASSERT_TRUE(added && added->isSuccess()) << failureText(added);
+  request = onlyRequest();
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.path, "/v1/event");
+  expectHeaders(request,
+                {{"Content-Type", "application/json"}, {"Authorization", credentials.eventsToken}});
+  auto expectedEvent = *json(sentEvent);
+  expectedEvent.erase("uuidId");
+  EXPECT_EQ(request.body, expectedEvent.dump(2));
+  EXPECT_EQ(request.body.find("uuidId"), std::string::npos);
+  sandbox().reset();
+
+  sandbox().setLastPush("00ab10ff", {{"id", "push-9"}, {"title", "Hello"}});
+  auto last = await(
+      promised<OrvantaNotificationPayload>([&](auto h) { devices_.lastPush("00ab10ff", h); }));
+  ASSERT_TRUE(last && last->isSuccess()) << failureText(last);
+  EXPECT_EQ(last->value().id, "push-9");
+  EXPECT_EQ(last->value().title, "Hello");
+  request = onlyRequest();
+  EXPECT_EQ(request.method, "GET");
+  EXPECT_EQ(request.path, "/v1/devices/00ab10ff/last_push");
+  expectHeaders(request, pushHeaders);
+  EXPECT_TRUE(request.body.empty());
+  sandbox().reset();
+
+  // Defined and routable, though no service sends it.
+  auto router = Router<DevicesEndPoint>::make();
+  auto unregistered = await(router->request(DevicesEndPoint::unregister(device().deviceUUID)));
+  ASSERT_TRUE(unregistered);
+  request = onlyRequest();
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.path, "/v1/devices/" + device().deviceUUID);
+  expectHeaders(request, pushHeaders);
+  EXPECT_TRUE(request.body.empty());
+
+  EXPECT_TRUE(sandbox().violations().empty()) << sandbox().violationsJson().dump();
+}
+
+TEST_F(ServicesTest, EmptyAnswersAreDemandedOnlyWhereTheCallSaysSo) {
+  Fault contentType;
+  contentType.addContentType = true;
+  sandbox().setFault(std::nullopt, contentType);
+
+  auto registered = await(promised<Void>([&](auto h) { devices_.registerDevice(device(), h); }));
+  ASSERT_TRUE(registered);
+  ASSERT_FALSE(registered->isSuccess());
+  EXPECT_EQ(registered->error(), Error::emptyResponseExists());
+  auto reported = await(promised<Void>([&](auto h) { pushes_.report(status(), h); }));
+  ASSERT_TRUE(reported);
+  EXPECT_EQ(reported->error(), Error::emptyResponseExists());
+  auto added = await(promised<Void>([&](auto h) { events_.addEvent(event(), h); }));
+  ASSERT_TRUE(added);
+  EXPECT_TRUE(added->isSuccess());
+
+  // A 201 with a JSON body is fine for events too.
+  testing::LoopbackHttpServer server([](const testing::LoopbackRequest&) {
+    return testing::LoopbackResponse{201, {{"Content-Type", "application/json"}}, "{\"ok\":true}"};
+  });
+  ASSERT_TRUE(setServiceBaseURLs(server.url("/v1/"), server.url("/v1/")));
+  added = await(promised<Void>([&](auto h) { events_.addEvent(event(), h); }));
+  ASSERT_TRUE(added);
+  EXPECT_TRUE(added->isSuccess());
+  // ...but not a payload for the last push.
+  auto last =
+      await(promised<OrvantaNotificationPayload>([&](auto h) { devices_.lastPush("ab", h); }));
+  ASSERT_TRUE(last);
+  ASSERT_FALSE(last->isSuccess());
+  EXPECT_EQ(last->error().domain(), Error::Domain::decoding);
+}
+
+TEST_F(ServicesTest, ANonSuccessStatusReachesOnErrorInEveryCall) {
+  Fault fault;
+  fault.status = 404;
+  sandbox().setFault(std::nullopt, fault);
+  std::vector<std::optional<Result<Void>>> outcomes = {
+      await(promised<Void>([&](auto h) { devices_.registerDevice(device(), h); })),
+      await(promised<Void>([&](auto h) { pushes_.report(status(), h); })),
+      await(promised<Void>([&](auto h) { events_.addEvent(event(), h); })),
+  };
+  for (const auto& outcome : outcomes) {
+    ASSERT_TRUE(outcome);
+    EXPECT_EQ(failureText(outcome), "Not Found");
+  }
+  auto last =
+      await(promised<OrvantaNotificationPayload>([&](auto h) { devices_.lastPush("ab", h); }));
+  EXPECT_EQ(failureText(last), "Not Found");
+}
+
+TEST_F(ServicesTest, CallsWithoutHandlersAreStillSent) {
+  devices_.registerDevice(device(), {});
+  pushes_.report(status(), {});
+  events_.addEvent(event(), {});
+  EXPECT_TRUE(sandbox().waitForRequestCount(3, testing::kPatience));
+  EXPECT_EQ(sandbox().devices().size(), 1u);
+  EXPECT_EQ(sandbox().reports().size(), 1u);
+  EXPECT_EQ(sandbox().events().size(), 1u);
+}
+
+}  // namespace
+}  // namespace orvanta
