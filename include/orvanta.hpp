@@ -7,6 +7,7 @@
 #include "orvanta/host_lifecycle.hpp"
 #include "orvanta/linux_platform.hpp"
 #include "orvanta/orvanta.hpp"
+#include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_configuration.hpp"
 #include "orvanta/orvanta_push.hpp"
 #include "orvanta/platform.hpp"

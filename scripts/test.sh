@@ -13,6 +13,8 @@ set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 "$root/scripts/bootstrap.sh"
+# ccache may reuse objects built with precompiled headers.
+export CCACHE_SLOPPINESS="pch_defines,time_macros,include_file_mtime,include_file_ctime"
 
 stages="${ORVANTA_TEST_STAGES:-main asan tsan}"
 jobs="$(nproc)"

@@ -1,20 +1,30 @@
 // orvanta-demo: a host application in miniature. It embeds the kit exactly as an application
-// would: it installs the platform, configures the kit from its bundle's OrvantaConfig.plist with
-// logging on, and then runs the verbs given on the command line.
+// would, through the public API only: it installs the platform, configures the kit from its
+// bundle's OrvantaConfig.plist with logging on, and runs the verbs given on the command line
+// against orvanta-sandbox, the local emulator of the hosted services, started in-process.
 //
 //   orvanta-demo [--bundle DIR] [--data-dir DIR] [verb...]
 //
-// Verbs:
+// Verbs (default: tour):
 //   configure   configure the kit from the bundle (always done first)
+//   register    start the sandbox, receive a push token, and show the device it registered
+//   track       track a handful of events with typed parameters
+//   background  move the application to the background and show the events delivered
+//   tour        register, track, background
 #include <orvanta.hpp>
+#include <orvanta_sandbox/sandbox.hpp>
 
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace {
+
+using namespace std::chrono_literals;
 
 struct Options {
   std::string bundle = ORVANTA_DEMO_SAMPLE_BUNDLE;
@@ -23,7 +33,9 @@ struct Options {
 };
 
 void usage() {
-  std::fprintf(stderr, "usage: orvanta-demo [--bundle DIR] [--data-dir DIR] [configure]\n");
+  std::fprintf(stderr,
+               "usage: orvanta-demo [--bundle DIR] [--data-dir DIR] "
+               "[configure|register|track|background|tour]...\n");
 }
 
 bool parse(int argc, char** argv, Options& options) {
@@ -43,7 +55,89 @@ bool parse(int argc, char** argv, Options& options) {
   if (options.dataDirectory.empty()) {
     options.dataDirectory = (std::filesystem::temp_directory_path() / "orvanta-demo").string();
   }
+  if (options.verbs.empty()) {
+    options.verbs.push_back("tour");
+  }
   return true;
+}
+
+void say(const std::string& text) {
+  std::printf("\n== %s\n", text.c_str());
+  std::fflush(stdout);
+}
+
+// The demo's stand-in for the hosted services, started on first need.
+class Services {
+ public:
+  explicit Services(std::string bundle) : bundle_(std::move(bundle)) {}
+
+  orvanta::sandbox::Sandbox& sandbox() {
+    if (!sandbox_) {
+      orvanta::sandbox::Options options;
+      options.credentials = orvanta::sandbox::loadCredentials(bundle_ + "/OrvantaConfig.plist");
+      sandbox_ = orvanta::sandbox::Sandbox::start(options);
+      say("orvanta-sandbox listening on " + sandbox_->baseUrl());
+      orvanta::setServiceBaseURLs(sandbox_->baseUrl(), sandbox_->baseUrl());
+    }
+    return *sandbox_;
+  }
+
+ private:
+  std::string bundle_;
+  std::unique_ptr<orvanta::sandbox::Sandbox> sandbox_;
+};
+
+bool registerDevice(Services& services) {
+  auto& sandbox = services.sandbox();
+  say("the platform delivers a push token");
+  std::vector<std::uint8_t> token;
+  for (int i = 0; i < 32; ++i) {
+    token.push_back(static_cast<std::uint8_t>(i * 37 + 11));
+  }
+  orvanta::Orvanta::push().didRegisterForRemoteNotifications(token);
+
+  bool registered = sandbox.waitFor(
+      [&] {
+        auto devices = sandbox.devices();
+        return !devices.empty() && devices.front().registrationId.has_value();
+      },
+      10s);
+  if (!registered) {
+    std::printf("the device did not reach the sandbox\n");
+    return false;
+  }
+  auto device = sandbox.devices().front();
+  std::printf("sandbox: device %s registered with token %s\n", device.userId.c_str(),
+              device.registrationId->c_str());
+  std::printf("%s\n", device.body.dump(2).c_str());
+  return true;
+}
+
+void trackEvents() {
+  say("the host tracks events");
+  auto& analytics = orvanta::Orvanta::analytics();
+  auto now = std::chrono::system_clock::now();
+  analytics.trackEvent("app_open");
+  analytics.trackEvent("purchase",
+                       {{"sku", "A-1"}, {"qty", 2}, {"gift", false}, {"when", orvanta::Date(now)}});
+  analytics.trackEvent("search", {{"query", "blue shoes"}, {"results", 14}});
+  analytics.trackEvent("rating", {{"stars", 5}, {"score", 4.5}});  // fractions are dropped
+  analytics.trackEvent("share", {{"channel", "mail"}, {"boxed_flag", orvanta::Value::boxed(true)}});
+}
+
+bool goToBackground(Services& services) {
+  auto& sandbox = services.sandbox();
+  say("the application moves to the background");
+  orvanta::postLifecycleEvent(orvanta::port::LifecycleEvent::didEnterBackground);
+  bool delivered = sandbox.waitForEventCount(5, 10s);
+  for (const auto& event : sandbox.events()) {
+    std::printf("sandbox: event delivered %dx: %s\n", event.deliveries, event.body.dump().c_str());
+  }
+  if (!delivered) {
+    std::printf("not every event reached the sandbox\n");
+  }
+  orvanta::postWillSuspend();
+  return delivered;
 }
 
 }  // namespace
@@ -55,6 +149,10 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  // Each run starts as a fresh installation.
+  std::error_code ignored;
+  std::filesystem::remove_all(options.dataDirectory, ignored);
+
   orvanta::LinuxPlatformOptions platformOptions;
   platformOptions.applicationName = "orvanta-demo";
   platformOptions.bundleDirectory = options.bundle;
@@ -64,18 +162,32 @@ int main(int argc, char** argv) {
 
   std::printf("orvanta-demo: bundle %s, data in %s\n", options.bundle.c_str(),
               options.dataDirectory.c_str());
-
+  say("the host configures the kit");
   auto configuration = orvanta::OrvantaConfiguration::defaultConfiguration();
   configuration->setIsLoggingEnabled(true);
   orvanta::Orvanta::configure(configuration);
 
+  Services services(options.bundle);
+  bool ok = true;
   for (const auto& verb : options.verbs) {
     if (verb == "configure") {
       continue;
+    } else if (verb == "register") {
+      ok = registerDevice(services) && ok;
+    } else if (verb == "track") {
+      trackEvents();
+    } else if (verb == "background") {
+      ok = goToBackground(services) && ok;
+    } else if (verb == "tour") {
+      ok = registerDevice(services) && ok;
+      trackEvents();
+      ok = goToBackground(services) && ok;
+    } else {
+      std::fprintf(stderr, "orvanta-demo: unknown verb %s\n", verb.c_str());
+      usage();
+      return 2;
     }
-    std::fprintf(stderr, "orvanta-demo: unknown verb %s\n", verb.c_str());
-    usage();
-    return 2;
   }
-  return 0;
+  std::printf("\norvanta-demo: %s\n", ok ? "done" : "finished with problems");
+  return ok ? 0 : 1;
 }

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "orvanta/export.hpp"
+#include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_configuration.hpp"
 #include "orvanta/orvanta_push.hpp"
 
@@ -27,6 +28,9 @@ class ORVANTA_API Orvanta {
 
   /// The push facade of the shared instance. Any thread.
   static OrvantaPush& push();
+
+  /// The analytics facade of the shared instance. Any thread.
+  static OrvantaAnalytics& analytics();
 
   /// Builds a second, independent set of components. The kit itself only uses `shared()`.
   Orvanta();

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "analytics/orvanta_analytics_impl.hpp"
 #include "core/config_file_helper.hpp"
 #include "core/logger.hpp"
 #include "core/logging_switch.hpp"
@@ -16,6 +17,9 @@ Orvanta::Orvanta() : components_(std::make_unique<Components>()) {
   //   3. analytics stack, observing did-enter-background
   //   4. in-app push handler, observing will-enter-foreground and did-finish-launching
   components_->orvantaPush = std::make_unique<OrvantaPush>();
+  // 3. Event database "Orvanta.sqlite" in the documents directory (none when it can't be opened),
+  //    event queue, and the analytics facade observing did-enter-background.
+  components_->orvantaAnalytics = detail::makeOrvantaAnalytics();
 
   // Last step: the default configuration, which switches logging off.
   configuration_ = OrvantaConfiguration::defaultConfiguration();
@@ -54,6 +58,10 @@ void Orvanta::configure(std::shared_ptr<OrvantaConfiguration> configuration) {
 
 OrvantaPush& Orvanta::push() {
   return *shared().components_->orvantaPush;
+}
+
+OrvantaAnalytics& Orvanta::analytics() {
+  return *shared().components_->orvantaAnalytics;
 }
 
 std::shared_ptr<OrvantaConfiguration> Orvanta::configuration() const {

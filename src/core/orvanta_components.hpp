@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "orvanta/orvanta.hpp"
+#include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_push.hpp"
 
 namespace orvanta {
@@ -16,6 +17,7 @@ struct Orvanta::Components {
   //   3. analytics stack (event database, operations handler, `OrvantaAnalytics`)
   //   4. in-app push handler (`OrvantaInAppPushHandler`)
   std::unique_ptr<OrvantaPush> orvantaPush;
+  std::unique_ptr<OrvantaAnalytics> orvantaAnalytics;
 };
 
 }  // namespace orvanta

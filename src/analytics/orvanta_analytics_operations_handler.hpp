@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "analytics/operation_queue.hpp"
+#include "models/orvanta_event.hpp"
+#include "networking/events_service.hpp"
+#include "storage/database.hpp"
+
+namespace orvanta {
+
+/// The event queue as the analytics facade sees it.
+class OrvantaAnalyticsOperationsHandlerProtocol {
+ public:
+  virtual ~OrvantaAnalyticsOperationsHandlerProtocol() = default;
+  /// Stores `event`; posts nothing. Blocks the caller for the insert.
+  virtual void addEventToDatabase(std::shared_ptr<const OrvantaEvent> event) = 0;
+  /// Posts every stored event, one post each. Blocks the caller for the fetch only.
+  virtual void postEventsFromDatabase() = 0;
+  /// Cancels the posts that have not started; rows stay for a later flush.
+  virtual void cancelAllOperations() = 0;
+};
+
+/// Keeps tracked events in the event database and posts them to the events endpoint, at most 10
+/// at a time, deleting a row only after its own post succeeded.
+///
+/// Every flush makes one post per stored row, even for rows whose post from an earlier flush is
+/// still in flight: the service may receive an event more than once, never less than once.
+///
+/// Database work is serialised by one mutex and done on the caller's thread; posts start on the
+/// operation queue's thread and end on the HTTP client's thread, where the successful ones delete
+/// their row. Always owned by a `std::shared_ptr` (`make`): posts hold the handler weakly and do
+/// nothing once it is gone. Every member may be called from any thread.
+class OrvantaAnalyticsOperationsHandler
+    : public OrvantaAnalyticsOperationsHandlerProtocol,
+      public std::enable_shared_from_this<OrvantaAnalyticsOperationsHandler> {
+ public:
+  struct Dependencies {
+    /// None when the database could not be opened: events are then neither stored nor sent.
+    std::shared_ptr<EventDatabase> eventsDatabase;
+    /// The service of each post; none means a fresh `EventsService` over a new router on the
+    /// current platform's HTTP client, for each post.
+    std::function<std::shared_ptr<EventsServiceProtocol>()> makeEventsService;
+  };
+
+  static constexpr std::size_t kMaxConcurrentOperationCount = 10;
+
+  static std::shared_ptr<OrvantaAnalyticsOperationsHandler> make(Dependencies dependencies);
+
+  /// Prefer `make`.
+  explicit OrvantaAnalyticsOperationsHandler(Dependencies dependencies);
+
+  void addEventToDatabase(std::shared_ptr<const OrvantaEvent> event) override;
+  void postEventsFromDatabase() override;
+  void cancelAllOperations() override;
+
+  OperationQueue& operationQueue() { return operationQueue_; }
+
+ private:
+  std::shared_ptr<AsynchronousOperation> postEvent(std::shared_ptr<const OrvantaEvent> event);
+  void removeEventFromDatabaseOperation(const OrvantaEvent& event);
+
+  Dependencies dependencies_;
+  /// The serial database section, entered synchronously by the caller.
+  std::mutex databaseQueue_;
+  OperationQueue operationQueue_;
+};
+
+namespace detail {
+
+/// An event as log lines print it in full: its stored form, compact JSON with all eight keys.
+std::string describeEvent(const OrvantaEvent& event);
+/// An event's parameters as log lines print them: one compact JSON object, keys in order, dates
+/// as seconds since 2001-01-01.
+std::string describeParameters(const OrvantaEvent& event);
+
+}  // namespace detail
+
+}  // namespace orvanta
