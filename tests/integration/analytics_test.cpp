@@ -37,10 +37,14 @@ class AnalyticsTest : public testing::SandboxTest {
   }
 
   void SetUp() override {
+    // The kit's shared instance has an analytics stack of its own that observes the life cycle of
+    // the platform in force when it is created: create it before this test's platform, so that
+    // only the stack under test answers this test's background events.
+    Orvanta::shared();
     SandboxTest::SetUp();
     std::filesystem::create_directories(testPlatform().dataDirectory());
     database_ = std::make_shared<Database<OrvantaEvent>>(testPlatform().dataDirectory() +
-                                                         "/Orvanta.sqlite");
+                                                         "/events-under-test.sqlite");
     handler_ = OrvantaAnalyticsOperationsHandler::make({database_, {}});
     authData_ = AuthData::make();
     analytics_ = std::make_unique<OrvantaAnalytics>(

@@ -78,7 +78,7 @@ class OperationsHandlerTest : public testing::PlatformTest {
     enableLogging();
     std::filesystem::create_directories(testPlatform().dataDirectory());
     database_ = std::make_shared<Database<OrvantaEvent>>(testPlatform().dataDirectory() +
-                                                         "/Orvanta.sqlite");
+                                                         "/events-under-test.sqlite");
     handler_ = OrvantaAnalyticsOperationsHandler::make(
         {database_, [service = service_] { return service; }});
   }
@@ -94,7 +94,7 @@ class OperationsHandlerTest : public testing::PlatformTest {
     }
     return names;
   }
-  std::string databasePath() { return testPlatform().dataDirectory() + "/Orvanta.sqlite"; }
+  std::string databasePath() { return testPlatform().dataDirectory() + "/events-under-test.sqlite"; }
   void settle() { handler_->operationQueue().waitUntilAllOperationsAreFinished(); }
 
   std::shared_ptr<HeldEventsService> service_ = std::make_shared<HeldEventsService>();
