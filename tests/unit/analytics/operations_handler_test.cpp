@@ -94,7 +94,9 @@ class OperationsHandlerTest : public testing::PlatformTest {
     }
     return names;
   }
-  std::string databasePath() { return testPlatform().dataDirectory() + "/events-under-test.sqlite"; }
+  std::string databasePath() {
+    return testPlatform().dataDirectory() + "/events-under-test.sqlite";
+  }
   void settle() { handler_->operationQueue().waitUntilAllOperationsAreFinished(); }
 
   std::shared_ptr<HeldEventsService> service_ = std::make_shared<HeldEventsService>();
