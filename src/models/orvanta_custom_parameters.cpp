@@ -1,38 +1,16 @@
 #include "models/orvanta_custom_parameters.hpp"
 
 #include "models/json_coding.hpp"
+#include "models/typed_fields.hpp"
 
 namespace orvanta {
 
 ValueMap OrvantaCustomParameters::all() const {
-  ValueMap result;
-  for (const auto& [key, value] : boolenFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  for (const auto& [key, value] : integerFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  for (const auto& [key, value] : stringFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  for (const auto& [key, value] : dateFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  return result;
+  return detail::mergeTypedFields(boolenFields, integerFields, stringFields, dateFields);
 }
 
 void OrvantaCustomParameters::setAll(const ValueMap& parameters) {
-  for (const auto& [key, value] : parameters) {
-    if (auto integer = value.exactInteger()) {
-      integerFields.insert_or_assign(key, *integer);
-    } else if (const std::string* text = value.string()) {
-      stringFields.insert_or_assign(key, *text);
-    } else if (auto flag = value.boolean()) {
-      boolenFields.insert_or_assign(key, *flag);
-    } else if (auto date = value.date()) {
-      dateFields.insert_or_assign(key, *date);
-    }
-  }
+  detail::sortIntoTypedFields(parameters, integerFields, stringFields, boolenFields, dateFields);
 }
 
 nlohmann::ordered_json OrvantaCustomParameters::toJson() const {

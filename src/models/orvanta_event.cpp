@@ -3,6 +3,7 @@
 #include "core/config_file_helper.hpp"
 #include "core/uuid.hpp"
 #include "models/json_coding.hpp"
+#include "models/typed_fields.hpp"
 
 namespace orvanta {
 
@@ -16,36 +17,13 @@ OrvantaEvent::OrvantaEvent(const std::string& deviceToken, std::string eventName
 }
 
 ValueMap OrvantaEvent::parameters() const {
-  ValueMap result;
-  for (const auto& [key, value] : additionalStringFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  for (const auto& [key, value] : additionalNumericFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  for (const auto& [key, value] : additionalBoolFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  for (const auto& [key, value] : additionalDateFields) {
-    result.insert_or_assign(key, Value(value));
-  }
-  return result;
+  return detail::mergeTypedFields(additionalStringFields, additionalNumericFields,
+                                  additionalBoolFields, additionalDateFields);
 }
 
 void OrvantaEvent::setParameters(const ValueMap& parameters) {
-  // Integer before Boolean on purpose: a Boolean that crossed a C boundary as a number is kept
-  // as 0 or 1; only a native Boolean lands among the Boolean fields.
-  for (const auto& [key, value] : parameters) {
-    if (auto integer = value.exactInteger()) {
-      additionalNumericFields.insert_or_assign(key, *integer);
-    } else if (const std::string* text = value.string()) {
-      additionalStringFields.insert_or_assign(key, *text);
-    } else if (auto flag = value.boolean()) {
-      additionalBoolFields.insert_or_assign(key, *flag);
-    } else if (auto date = value.date()) {
-      additionalDateFields.insert_or_assign(key, *date);
-    }
-  }
+  detail::sortIntoTypedFields(parameters, additionalNumericFields, additionalStringFields,
+                              additionalBoolFields, additionalDateFields);
 }
 
 nlohmann::ordered_json OrvantaEvent::toJson() const {
