@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "entry/kit_context.hpp"
 #include "networking/events_end_point.hpp"
 #include "networking/router.hpp"
 #include "orvanta/linux_platform.hpp"
@@ -151,11 +152,11 @@ int main(int argc, char** argv) {
                                      .bundleDirectory = folder + "/bundle",
                                      .kitResourcesDirectory = folder + "/bundle"}));
   setServiceBaseURLs(sandbox->baseUrl(), sandbox->baseUrl());
-  Orvanta::shared();
+  auto context = std::make_shared<detail::KitContext>(currentPlatform());
 
   std::vector<OrvantaEvent> events;
   for (int i = 0; i < count; ++i) {
-    events.emplace_back("c0ffee", "purchase", 1700000000.0 + i,
+    events.emplace_back("c0ffee", sandbox->credentials().appId, "purchase", 1700000000.0 + i,
                         ValueMap{{"sku", "A-" + std::to_string(i)}, {"qty", i}, {"gift", true}});
   }
   // The loop's requests are built after the first drain, so that the memory figure is the kit's.
@@ -163,8 +164,9 @@ int main(int argc, char** argv) {
   const auto buildRequests = [&] {
     for (const auto& event : events) {
       auto call = EventsEndPoint::event(event);
-      requests.push_back(detail::buildRequest(call.httpMethod(), pathURL(call), call.headers(),
-                                              call.task(), detail::kRequestTimeout));
+      requests.push_back(detail::buildRequest(call.httpMethod(), pathURL(call),
+                                              call.headers(*context->configFile()), call.task(),
+                                              detail::kRequestTimeout));
     }
   };
   std::printf("draining %d events to the sandbox on %s, %d rounds\n", count,
@@ -182,7 +184,10 @@ int main(int argc, char** argv) {
       for (const auto& event : events) {
         database->add(std::make_shared<const OrvantaEvent>(event));
       }
-      auto handler = OrvantaAnalyticsOperationsHandler::make({database, {}});
+      auto handler = OrvantaAnalyticsOperationsHandler::make(
+          {database, [context] {
+             return std::make_shared<EventsService>(context->router<EventsEndPoint>());
+           }});
       sandbox->reset();
       const auto start = Clock::now();
       handler->postEventsFromDatabase();

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "entry/kit_context.hpp"
 #include "orvanta/linux_platform.hpp"
 #include "orvanta/orvanta.hpp"
 
@@ -50,7 +51,7 @@ double microsecondsSince(Clock::time_point start) {
 }
 
 OrvantaEvent sampleEvent(int i) {
-  return OrvantaEvent("c0ffee", "purchase", 1700000000.0 + i,
+  return OrvantaEvent("c0ffee", "app", "purchase", 1700000000.0 + i,
                       {{"sku", "A-" + std::to_string(i)}, {"qty", i}, {"gift", i % 2 == 0}});
 }
 
@@ -184,11 +185,14 @@ Figures measure(const std::string& folder, int rows, int calls) {
   }
   auto silent = std::make_shared<SilentEventsService>();
   auto handler = OrvantaAnalyticsOperationsHandler::make({database, [silent] { return silent; }});
-  auto authData = AuthData::make();
+  auto context = std::make_shared<detail::KitContext>(currentPlatform());
+  auto authData = context->authData();
   OrvantaDevice device = authData->device();
   device.deviceToken = "c0ffee";
   authData->setDevice(device);
-  auto analytics = OrvantaAnalytics::Impl::make({handler, authData, nullptr});
+  const auto& platform = *context->platform();
+  auto analytics = OrvantaAnalytics::Impl::make(
+      {handler, authData, platform.lifecycle, platform.clock, context->configFile()});
   handler->postEventsFromDatabase();  // reads the stored rows once, as a launch does
   handler->cancelAllOperations();
 
@@ -252,7 +256,6 @@ int main(int argc, char** argv) {
                                      .preferencesFile = folder + "/config/preferences.json",
                                      .bundleDirectory = folder + "/bundle",
                                      .kitResourcesDirectory = folder + "/bundle"}));
-  Orvanta::shared();  // wired up front, outside the measurements
 
   std::printf("caller-side cost per tracked event, median microseconds (folder %s)\n",
               folder.c_str());

@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "core/json_coding.hpp"
 #include "models/json.hpp"
-#include "models/json_coding.hpp"
 #include "models/orvanta_device.hpp"
 #include "models/orvanta_notification_payload.hpp"
 #include "models/value_json.hpp"

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "core/logging_switch.hpp"
-#include "core/platform_internal.hpp"
+#include "entry/platform_installation.hpp"
 #include "linux/curl_http_client.hpp"
 #include "linux/file_secure_store.hpp"
 #include "linux/folder_bundle.hpp"
@@ -115,20 +115,37 @@ void PlatformTest::SetUp() {
   previous_ = detail::installedPlatformOrNull();
   test_ = std::make_unique<TestPlatform>(platformOptions());
   test_->install();
+  context_ = std::make_shared<detail::KitContext>(test_->platform());
 }
 
 void PlatformTest::TearDown() {
+  context_.reset();
   installPlatform(previous_);
   previous_.reset();
   test_.reset();
 }
 
+AuthData::Dependencies PlatformTest::authDataDependencies(
+    std::shared_ptr<DevicesServiceProtocol> service, std::shared_ptr<port::MainQueue> queue) const {
+  return {
+      .devicesService = std::move(service),
+      .mainQueue = queue ? std::move(queue) : platform()->mainQueue,
+      .keychain = context().keychain(),
+      .configFile = context().configFile(),
+      .deviceInfo = platform()->deviceInfo,
+  };
+}
+
 void PlatformTest::enableLogging() {
-  detail::setLoggingEnabled(true);
+  detail::setLoggingEnabled(*platform()->preferences, true);
 }
 
 void PlatformTest::writeConfig(const PlistEntries& entries) {
   writeConfigPlist(test_->bundleDirectory(), entries);
+}
+
+OrvantaDevice makeDevice(const std::string& id, const std::string& type) {
+  return OrvantaDevice(id, type, "app", {"x86_64", "12", "Debian GNU/Linux", std::nullopt, "en"});
 }
 
 }  // namespace orvanta::testing

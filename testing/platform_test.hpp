@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "entry/kit_context.hpp"
+#include "networking/auth_data.hpp"
 #include "orvanta/host_lifecycle.hpp"
 #include "orvanta/platform.hpp"
 #include "testing/capturing_log_sink.hpp"
@@ -78,11 +80,21 @@ class PlatformTest : public ::testing::Test {
   void TearDown() override;
 
   TestPlatform& testPlatform() { return *test_; }
+  /// What the kit's components are built from, over the test platform: its own context (requests
+  /// read the credentials straight from the test bundle's configuration file), independent of
+  /// the kit's shared instance.
+  detail::KitContext& context() const { return *context_; }
   const std::shared_ptr<Platform>& platform() const { return test_->platform(); }
   ManualClock& clock() { return *test_->clock(); }
   ManualMainQueue& mainQueue() { return *test_->mainQueue(); }
   CapturingLogSink& logSink() { return *test_->logSink(); }
   std::vector<std::string> logLines() const { return test_->logSink()->lines(); }
+
+  /// An `AuthData`'s collaborators on the test platform, registering through `service` and
+  /// retrying on `queue` (the platform's main queue when none).
+  AuthData::Dependencies authDataDependencies(
+      std::shared_ptr<DevicesServiceProtocol> service,
+      std::shared_ptr<port::MainQueue> queue = nullptr) const;
 
   /// Turns the persisted logging switch on.
   void enableLogging();
@@ -92,6 +104,10 @@ class PlatformTest : public ::testing::Test {
  private:
   std::shared_ptr<Platform> previous_;
   std::unique_ptr<TestPlatform> test_;
+  std::shared_ptr<detail::KitContext> context_;
 };
+
+/// A new device record for the installation `id` of the application "app", on a fixed handset.
+OrvantaDevice makeDevice(const std::string& id, const std::string& type = "IOS");
 
 }  // namespace orvanta::testing

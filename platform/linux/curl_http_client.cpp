@@ -2,7 +2,6 @@
 
 #include <curl/curl.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +20,10 @@
 #include <utility>
 #include <vector>
 
+#include "core/owned_thread.hpp"
+#include "core/text.hpp"
+#include "linux/http_fields.hpp"
+
 namespace orvanta::linux_platform {
 namespace {
 
@@ -34,45 +37,6 @@ Error transportError(int code, std::string message) {
 
 Error cancelledError() {
   return transportError(CURLE_ABORTED_BY_CALLBACK, "cancelled");
-}
-
-bool isTokenChar(char c) {
-  if (c >= 'a' && c <= 'z') {
-    return true;
-  }
-  if (c >= 'A' && c <= 'Z') {
-    return true;
-  }
-  if (c >= '0' && c <= '9') {
-    return true;
-  }
-  return std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
-}
-
-bool isToken(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), isTokenChar);
-}
-
-bool isFieldValue(std::string_view text) {
-  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           auto lower = [](char c) {
-             return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-           };
-           return lower(x) == lower(y);
-         });
-}
-
-std::string_view trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string_view::npos) {
-    return {};
-  }
-  const auto last = text.find_last_not_of(" \t\r\n");
-  return text.substr(first, last - first + 1);
 }
 
 void initialiseCurlOnce() {
@@ -107,22 +71,7 @@ struct Transfer {
 std::size_t onHeaderLine(char* data, std::size_t size, std::size_t count, void* user) {
   auto* transfer = static_cast<Transfer*>(user);
   const std::size_t length = size * count;
-  std::string_view line(data, length);
-  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) {
-    line.remove_suffix(1);
-  }
-  auto& headers = transfer->responseHeaders;
-  if (line.starts_with("HTTP/")) {
-    // A new status line: an interim (1xx) answer's fields are not part of the final response.
-    headers.clear();
-  } else if (line.empty()) {
-    // End of a header block.
-  } else if ((line.front() == ' ' || line.front() == '\t') && !headers.empty()) {
-    headers.back().second.append(" ").append(trimmed(line));
-  } else if (const auto colon = line.find(':'); colon != std::string_view::npos) {
-    headers.emplace_back(std::string(trimmed(line.substr(0, colon))),
-                         std::string(trimmed(line.substr(colon + 1))));
-  }
+  addResponseHeaderLine(transfer->responseHeaders, std::string_view(data, length));
   return length;
 }
 
@@ -191,7 +140,6 @@ class Engine {
   Engine& operator=(const Engine&) = delete;
 
   bool onNetworkThread() const { return networkThread_.load() == std::this_thread::get_id(); }
-  bool finished() const { return finished_.load(); }
 
   void submit(std::shared_ptr<Transfer> transfer) {
     bool wake = false;
@@ -231,7 +179,6 @@ class Engine {
 
   void run() {
     networkThread_.store(std::this_thread::get_id());
-    pthread_setname_np(pthread_self(), "orvanta-net");
     std::vector<std::shared_ptr<Transfer>> arrived;
     std::vector<std::shared_ptr<Transfer>> cancelled;
     for (;;) {
@@ -271,7 +218,6 @@ class Engine {
       curl_multi_poll(multi_, nullptr, 0, kIdleWaitMs, nullptr);
     }
     shutDown(std::move(arrived));
-    finished_.store(true);
   }
 
  private:
@@ -348,12 +294,12 @@ class Engine {
   }
 
   static std::optional<Error> validate(const port::HttpRequest& request) {
-    if (!isToken(request.method)) {
+    if (!isHttpToken(request.method)) {
       return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
                             "Invalid request method \"" + request.method + "\"");
     }
     for (const auto& [name, value] : request.headers) {
-      if (!isToken(name) || !isFieldValue(value)) {
+      if (!isHttpToken(name) || !isHttpFieldValue(value)) {
         return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
                               "Invalid request header field \"" + name + "\"");
       }
@@ -484,9 +430,9 @@ class Engine {
     bool hasContentType = false;
     std::string line;
     for (const auto& [name, value] : request.headers) {
-      hasAccept = hasAccept || equalsIgnoringCase(name, "Accept");
-      hasExpect = hasExpect || equalsIgnoringCase(name, "Expect");
-      hasContentType = hasContentType || equalsIgnoringCase(name, "Content-Type");
+      hasAccept = hasAccept || equalsIgnoringAsciiCase(name, "Accept");
+      hasExpect = hasExpect || equalsIgnoringAsciiCase(name, "Expect");
+      hasContentType = hasContentType || equalsIgnoringAsciiCase(name, "Content-Type");
       line.assign(name);
       if (value.empty()) {
         line.append(";");
@@ -613,7 +559,6 @@ class Engine {
   std::string systemCaPath_;
   std::string noProxy_;
   std::atomic<std::thread::id> networkThread_{};
-  std::atomic<bool> finished_{false};
 
   std::mutex mutex_;
   std::vector<std::shared_ptr<Transfer>> incoming_;
@@ -623,48 +568,6 @@ class Engine {
   // Network thread only.
   std::unordered_map<CURL*, std::shared_ptr<Transfer>> active_;
   std::vector<CURL*> idleHandles_;
-};
-
-/// Network threads whose client was released by one of the thread's own completions: such a
-/// thread cannot join itself, so it is kept here, finishes its shutdown on its own and is joined
-/// later (when another thread is handed over, or at process exit).
-class OrphanedThreads {
- public:
-  static OrphanedThreads& instance() {
-    static OrphanedThreads threads;
-    return threads;
-  }
-
-  void adopt(std::thread thread, std::shared_ptr<Engine> engine) {
-    std::vector<Entry> done;
-    {
-      std::lock_guard lock(mutex_);
-      auto firstDone = std::partition(entries_.begin(), entries_.end(),
-                                      [](const Entry& e) { return !e.engine->finished(); });
-      done.assign(std::make_move_iterator(firstDone), std::make_move_iterator(entries_.end()));
-      entries_.erase(firstDone, entries_.end());
-      entries_.push_back(Entry{std::move(thread), std::move(engine)});
-    }
-    for (auto& entry : done) {
-      entry.thread.join();
-    }
-  }
-
-  ~OrphanedThreads() {
-    for (auto& entry : entries_) {
-      if (entry.thread.joinable()) {
-        entry.thread.join();
-      }
-    }
-  }
-
- private:
-  struct Entry {
-    std::thread thread;
-    std::shared_ptr<Engine> engine;
-  };
-  std::mutex mutex_;
-  std::vector<Entry> entries_;
 };
 
 class CurlTask final : public port::HttpTask {
@@ -689,15 +592,13 @@ class CurlHttpClient final : public port::HttpClient {
  public:
   explicit CurlHttpClient(const CurlHttpClientOptions& options)
       : engine_(std::make_shared<Engine>(options)),
-        thread_([engine = engine_] { engine->run(); }) {}
+        thread_("orvanta-net", [engine = engine_] { engine->run(); }) {}
 
+  /// Released by one of its own completions, the network thread finishes its shutdown on its
+  /// own: it only touches the engine, which it shares.
   ~CurlHttpClient() override {
     engine_->stop();
-    if (engine_->onNetworkThread()) {
-      OrphanedThreads::instance().adopt(std::move(thread_), engine_);
-    } else {
-      thread_.join();
-    }
+    thread_.join();
   }
 
   CurlHttpClient(const CurlHttpClient&) = delete;
@@ -728,7 +629,7 @@ class CurlHttpClient final : public port::HttpClient {
   }
 
   std::shared_ptr<Engine> engine_;
-  std::thread thread_;
+  OwnedThread thread_;
 };
 
 }  // namespace

@@ -136,27 +136,45 @@ JsonPreferencesStore::Warning warningsToLogSink(std::shared_ptr<port::LogSink> s
   };
 }
 
+bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
+  bool filled = false;
+  auto fill = [&filled](auto& port, auto make) {
+    if (!port) {
+      port = make();
+      filled = true;
+    }
+  };
+  auto locations = resolveLocations(options);
+  fill(platform.clock, [] { return std::make_shared<SystemClock>(); });
+  fill(platform.logSink, [] { return std::make_shared<StdoutLogSink>(); });
+  fill(platform.secureStore,
+       [&] { return std::make_shared<FileSecureStore>(locations.secureStoreDirectory); });
+  fill(platform.preferences, [&] {
+    return std::make_shared<JsonPreferencesStore>(
+        locations.preferencesFile, warningsToLogSink(platform.logSink, platform.clock));
+  });
+  fill(platform.bundle, [&] {
+    return std::make_shared<FolderBundle>(locations.bundleDirectory,
+                                          locations.kitResourcesDirectory);
+  });
+  fill(platform.fileLocations,
+       [&] { return std::make_shared<XdgFileLocations>(locations.dataDirectory); });
+  fill(platform.mainQueue, [] { return std::make_shared<ThreadMainQueue>(); });
+  fill(platform.lifecycle, [&] {
+    return std::make_shared<HostLifecycle>(platform.mainQueue, options.backgroundTaskBudget);
+  });
+  fill(platform.deviceInfo, [] { return std::make_shared<LinuxDeviceInfo>(); });
+  fill(platform.httpClient, [] { return makeCurlHttpClient(); });
+  return filled;
+}
+
 }  // namespace orvanta::linux_platform
 
 namespace orvanta {
 
 std::shared_ptr<Platform> makeLinuxPlatform(const LinuxPlatformOptions& options) {
-  using namespace linux_platform;
-  auto locations = resolveLocations(options);
   auto platform = std::make_shared<Platform>();
-  platform->clock = std::make_shared<SystemClock>();
-  platform->logSink = std::make_shared<StdoutLogSink>();
-  platform->secureStore = std::make_shared<FileSecureStore>(locations.secureStoreDirectory);
-  platform->preferences = std::make_shared<JsonPreferencesStore>(
-      locations.preferencesFile, warningsToLogSink(platform->logSink, platform->clock));
-  platform->bundle =
-      std::make_shared<FolderBundle>(locations.bundleDirectory, locations.kitResourcesDirectory);
-  platform->fileLocations = std::make_shared<XdgFileLocations>(locations.dataDirectory);
-  platform->mainQueue = std::make_shared<ThreadMainQueue>();
-  platform->lifecycle =
-      std::make_shared<HostLifecycle>(platform->mainQueue, options.backgroundTaskBudget);
-  platform->deviceInfo = std::make_shared<LinuxDeviceInfo>();
-  platform->httpClient = makeCurlHttpClient();
+  linux_platform::fillMissingPorts(*platform, options);
   return platform;
 }
 

@@ -22,6 +22,11 @@ struct ResolvedLocations {
 
 ResolvedLocations resolveLocations(const LinuxPlatformOptions& options);
 
+/// Gives every port `platform` lacks its Linux default, one by one (a platform missing only its
+/// clock gets a clock, and no thread). The defaults' files follow `options`. True when a port was
+/// missing.
+bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options);
+
 /// Store warnings written straight to `sink` as warning lines. They bypass the logging switch
 /// (which lives in the preferences that may be the damaged file) and the logger itself, which reads
 /// the preferences.

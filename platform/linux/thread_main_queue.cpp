@@ -1,14 +1,11 @@
 #include "linux/thread_main_queue.hpp"
 
-#include <pthread.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 namespace orvanta::linux_platform {
 
@@ -35,48 +32,9 @@ struct ThreadMainQueue::State {
   bool stopping = false;
 };
 
-namespace {
-
-// A queue released by its own thread (its last owner dropped inside a work item) can't join that
-// thread there. The thread finishes its item and ends; the next queue destroyed on another thread
-// joins it.
-struct PendingJoins {
-  std::mutex mutex;
-  std::vector<std::thread> threads;
-};
-
-PendingJoins& pendingJoins() {
-  static auto* pending = new PendingJoins();
-  return *pending;
-}
-
-void joinPendingThreads() {
-  std::vector<std::thread> threads;
-  {
-    auto& pending = pendingJoins();
-    std::lock_guard lock(pending.mutex);
-    for (auto it = pending.threads.begin(); it != pending.threads.end();) {
-      if (it->get_id() != std::this_thread::get_id()) {
-        threads.push_back(std::move(*it));
-        it = pending.threads.erase(it);
-      } else {
-        ++it;
-      }
-    }
-  }
-  for (auto& thread : threads) {
-    thread.join();
-  }
-}
-
-}  // namespace
-
-ThreadMainQueue::ThreadMainQueue(std::string threadName) : state_(std::make_shared<State>()) {
-  thread_ = std::thread([state = state_] { run(state); });
-  threadId_ = thread_.get_id();
-  // Linux limits thread names to 15 bytes.
-  pthread_setname_np(thread_.native_handle(), threadName.substr(0, 15).c_str());
-}
+ThreadMainQueue::ThreadMainQueue(std::string threadName)
+    : state_(std::make_shared<State>()),
+      thread_(std::move(threadName), [state = state_] { run(state); }) {}
 
 ThreadMainQueue::~ThreadMainQueue() {
   std::map<State::Key, State::Item> dropped;
@@ -86,14 +44,9 @@ ThreadMainQueue::~ThreadMainQueue() {
     dropped.swap(state_->items);
   }
   state_->wake.notify_all();
-  if (threadId_ == std::this_thread::get_id()) {
-    auto& pending = pendingJoins();
-    std::lock_guard lock(pending.mutex);
-    pending.threads.push_back(std::move(thread_));
-  } else {
-    thread_.join();
-    joinPendingThreads();
-  }
+  // Released by one of its own work items, the thread finishes that item and ends: it only
+  // touches the shared state.
+  thread_.join();
   // `dropped` goes last, outside every lock: its closures may own other kit objects.
 }
 
@@ -112,7 +65,7 @@ std::shared_ptr<port::Cancellable> ThreadMainQueue::asyncAfter(std::chrono::mill
 }
 
 bool ThreadMainQueue::isCurrent() const {
-  return std::this_thread::get_id() == threadId_;
+  return thread_.isCurrent();
 }
 
 void ThreadMainQueue::enqueue(std::chrono::steady_clock::time_point due, std::function<void()> work,

@@ -4,8 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
-
+#include "core/owned_thread.hpp"
 #include "orvanta/port/main_queue.hpp"
 
 namespace orvanta::linux_platform {
@@ -37,8 +36,7 @@ class ThreadMainQueue : public port::MainQueue {
   // Shared with the thread, which may outlive this object when the queue is released by one of
   // its own work items.
   std::shared_ptr<State> state_;
-  std::thread thread_;
-  std::thread::id threadId_;
+  OwnedThread thread_;
 };
 
 }  // namespace orvanta::linux_platform

@@ -1,7 +1,5 @@
 #include "analytics/operation_queue.hpp"
 
-#include <pthread.h>
-
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -128,10 +126,7 @@ OperationQueue::OperationQueue(std::string name, std::size_t maxConcurrentOperat
                                                                     : maxConcurrentOperationCount),
       state_(std::make_shared<State>(maxConcurrentOperationCount_)) {
   state_->weakSelf = state_;
-  starter_ = std::thread([state = state_] {
-    pthread_setname_np(pthread_self(), "orvanta-events");
-    state->run();
-  });
+  starter_ = OwnedThread("orvanta-events", [state = state_] { state->run(); });
 }
 
 OperationQueue::~OperationQueue() {
@@ -146,13 +141,9 @@ OperationQueue::~OperationQueue() {
     state_->wake.notify_all();
     state_->idle.notify_all();
   }
-  if (starter_.get_id() == std::this_thread::get_id()) {
-    // Released by the last operation the starter itself was finishing: it can't join itself, and
-    // it only touches the shared state, which it owns a share of.
-    starter_.detach();
-  } else {
-    starter_.join();
-  }
+  // The starter only touches the shared state, which it owns a share of: it may be the thread
+  // releasing the queue.
+  starter_.join();
 }
 
 void OperationQueue::addOperation(std::shared_ptr<AsynchronousOperation> operation) {

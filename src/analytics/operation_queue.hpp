@@ -4,9 +4,8 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
-
 #include "analytics/asynchronous_operation.hpp"
+#include "core/owned_thread.hpp"
 
 namespace orvanta {
 
@@ -54,7 +53,7 @@ class OperationQueue {
   std::string name_;
   std::size_t maxConcurrentOperationCount_;
   std::shared_ptr<State> state_;
-  std::thread starter_;
+  OwnedThread starter_;
 };
 
 }  // namespace orvanta

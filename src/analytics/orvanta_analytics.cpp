@@ -1,12 +1,9 @@
 #include <chrono>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "core/guard.hpp"
 #include "core/logger.hpp"
-#include "orvanta/platform.hpp"
-#include "storage/documents_directory.hpp"
 
 namespace orvanta {
 
@@ -15,12 +12,11 @@ OrvantaAnalytics::OrvantaAnalytics(std::shared_ptr<Impl> impl) : impl_(std::move
 OrvantaAnalytics::~OrvantaAnalytics() = default;
 
 void OrvantaAnalytics::trackEvent(const std::string& name, const ValueMap& parameters) {
-  try {
+  detail::shielded([&] {
     if (impl_) {
       impl_->trackEvent(name, parameters);
     }
-  } catch (...) {  // NOLINT(bugprone-empty-catch): no failure reaches the host
-  }
+  });
 }
 
 std::shared_ptr<OrvantaAnalytics::Impl> OrvantaAnalytics::Impl::make(Dependencies dependencies) {
@@ -29,11 +25,7 @@ std::shared_ptr<OrvantaAnalytics::Impl> OrvantaAnalytics::Impl::make(Dependencie
   return impl;
 }
 
-OrvantaAnalytics::Impl::Impl(Dependencies dependencies) : dependencies_(std::move(dependencies)) {
-  if (!dependencies_.lifecycle) {
-    dependencies_.lifecycle = currentPlatform()->lifecycle;
-  }
-}
+OrvantaAnalytics::Impl::Impl(Dependencies dependencies) : dependencies_(std::move(dependencies)) {}
 
 void OrvantaAnalytics::Impl::trackEvent(const std::string& name, const ValueMap& parameters) {
   if (!dependencies_.authData || !dependencies_.operationsHandler) {
@@ -43,11 +35,10 @@ void OrvantaAnalytics::Impl::trackEvent(const std::string& name, const ValueMap&
   if (!device.deviceToken) {
     return;  // no push token yet: nothing is recorded
   }
-  auto clock = currentPlatform()->clock;
-  auto now = clock ? clock->now() : std::chrono::system_clock::now();
+  auto now = dependencies_.clock->now();
   double createdAt = std::chrono::duration<double>(now.time_since_epoch()).count();
-  auto event =
-      std::make_shared<const OrvantaEvent>(*device.deviceToken, name, createdAt, parameters);
+  auto event = std::make_shared<const OrvantaEvent>(
+      *device.deviceToken, dependencies_.configFile->appId(), name, createdAt, parameters);
   dependencies_.operationsHandler->addEventToDatabase(event);
   dependencies_.operationsHandler->postEventsFromDatabase();
 }
@@ -105,31 +96,5 @@ void OrvantaAnalytics::Impl::registerBackgroundTask(std::function<void()> perfor
   }
   performOperation();
 }
-
-namespace detail {
-
-std::shared_ptr<EventDatabase> openEventDatabase() {
-  auto url = urlForFileInDocumentsDirectory(kEventDatabaseFileName);
-  std::string location;
-  if (url) {
-    location = *url;
-    // A fresh installation's data folder may not exist yet.
-    std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(location).parent_path(), ignored);
-  }
-  try {
-    return std::make_shared<Database<OrvantaEvent>>(location);
-  } catch (...) {
-    return nullptr;  // no storage: analytics records nothing, silently
-  }
-}
-
-std::unique_ptr<OrvantaAnalytics> makeOrvantaAnalytics() {
-  auto handler = OrvantaAnalyticsOperationsHandler::make({openEventDatabase(), {}});
-  auto impl = OrvantaAnalytics::Impl::make({handler, AuthData::shared(), nullptr});
-  return std::make_unique<OrvantaAnalytics>(std::move(impl));
-}
-
-}  // namespace detail
 
 }  // namespace orvanta

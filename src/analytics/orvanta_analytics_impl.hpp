@@ -6,8 +6,10 @@
 #include <string>
 
 #include "analytics/orvanta_analytics_operations_handler.hpp"
+#include "core/config_file_helper.hpp"
 #include "networking/auth_data.hpp"
 #include "orvanta/orvanta_analytics.hpp"
+#include "orvanta/port/clock.hpp"
 #include "orvanta/port/lifecycle.hpp"
 
 namespace orvanta {
@@ -19,8 +21,12 @@ class OrvantaAnalytics::Impl : public std::enable_shared_from_this<OrvantaAnalyt
   struct Dependencies {
     std::shared_ptr<OrvantaAnalyticsOperationsHandlerProtocol> operationsHandler;
     std::shared_ptr<AuthData> authData;
-    /// Background notification and tasks; none means the current platform's, taken at creation.
+    /// The did-enter-background notification and background tasks.
     std::shared_ptr<port::Lifecycle> lifecycle;
+    /// When an event is tracked.
+    std::shared_ptr<port::Clock> clock;
+    /// The application identifier of each event.
+    std::shared_ptr<const CredentialsSource> configFile;
   };
 
   /// Builds the facade and starts observing did-enter-background.
@@ -46,17 +52,5 @@ class OrvantaAnalytics::Impl : public std::enable_shared_from_this<OrvantaAnalyt
   std::atomic<port::BackgroundTaskId> backgroundTask_{port::kInvalidBackgroundTask};
   std::unique_ptr<port::LifecycleObservation> backgroundNotificationObserver_;
 };
-
-namespace detail {
-
-/// The event database of the documents directory ("Orvanta.sqlite"; the directory is created when
-/// missing), or a temporary one when there is no documents directory; none when it can't be opened.
-std::shared_ptr<EventDatabase> openEventDatabase();
-
-/// The analytics stack the kit wires at start-up: event database, operations handler and facade,
-/// observing did-enter-background.
-std::unique_ptr<OrvantaAnalytics> makeOrvantaAnalytics();
-
-}  // namespace detail
 
 }  // namespace orvanta

@@ -5,7 +5,6 @@
 
 #include "analytics/orvanta_analytics_event_post_operation.hpp"
 #include "core/logger.hpp"
-#include "core/logging_switch.hpp"
 
 namespace orvanta {
 
@@ -43,16 +42,6 @@ namespace {
 constexpr const char* kOperationQueueName =
     "com.tessamoor.orvantaAnalyticsOperationsHandler.operationQueue";
 
-/// Messages are only built when they will be printed: a drain of thousands of events must not
-/// pay for text nobody reads.
-bool logging() {
-  try {
-    return detail::isLoggingEnabled();
-  } catch (...) {
-    return false;
-  }
-}
-
 }  // namespace
 
 std::shared_ptr<OrvantaAnalyticsOperationsHandler> OrvantaAnalyticsOperationsHandler::make(
@@ -76,10 +65,10 @@ void OrvantaAnalyticsOperationsHandler::addEventToDatabase(
   try {
     dependencies_.eventsDatabase->add(event);
   } catch (const Error& error) {
-    if (logging()) {
-      OrvantaLogger::verbose("Could not add Event - " + detail::describeEvent(*event) +
-                             " to database\nerror - " + error.localizedDescription());
-    }
+    OrvantaLogger::verbose([&] {
+      return "Could not add Event - " + detail::describeEvent(*event) + " to database\nerror - " +
+             error.localizedDescription();
+    });
   }
 }
 
@@ -119,28 +108,28 @@ void OrvantaAnalyticsOperationsHandler::cancelAllOperations() {
 
 std::shared_ptr<AsynchronousOperation> OrvantaAnalyticsOperationsHandler::postEvent(
     std::shared_ptr<const OrvantaEvent> event) {
-  std::shared_ptr<EventsServiceProtocol> service = dependencies_.makeEventsService
-                                                       ? dependencies_.makeEventsService()
-                                                       : std::make_shared<EventsService>();
+  std::shared_ptr<EventsServiceProtocol> service = dependencies_.makeEventsService();
   auto operation = std::make_shared<OrvantaAnalyticsEventPostOperation>(
       OrvantaAnalyticsEventPostOperation::OperationDependencies{event, std::move(service)});
   std::weak_ptr<OrvantaAnalyticsOperationsHandler> weak = weak_from_this();
   operation->output.operationFinishedWithSuccess = [weak, event](bool success) {
+    // Messages are built only when they are printed: a drain of thousands of events must not
+    // pay for text nobody reads.
     if (success) {
-      if (logging()) {
+      OrvantaLogger::info([&] {
         if (event->additionalStringFields.empty() && event->additionalNumericFields.empty() &&
             event->additionalBoolFields.empty() && event->additionalDateFields.empty()) {
-          OrvantaLogger::info("Successfully sent event: " + event->name);
-        } else {
-          OrvantaLogger::info("Successfully sent event: " + event->name +
-                              ", parameters: " + detail::describeParameters(*event));
+          return "Successfully sent event: " + event->name;
         }
-      }
+        return "Successfully sent event: " + event->name +
+               ", parameters: " + detail::describeParameters(*event);
+      });
       if (auto self = weak.lock()) {
         self->removeEventFromDatabaseOperation(*event);
       }
-    } else if (logging()) {
-      OrvantaLogger::error("Failed to send event: " + detail::describeEvent(*event));
+    } else {
+      OrvantaLogger::error(
+          [&] { return "Failed to send event: " + detail::describeEvent(*event); });
     }
   };
   return operation;
@@ -155,10 +144,10 @@ void OrvantaAnalyticsOperationsHandler::removeEventFromDatabaseOperation(
   try {
     dependencies_.eventsDatabase->deleteRow(event);
   } catch (const Error& error) {
-    if (logging()) {
-      OrvantaLogger::verbose("Could not remove event - " + detail::describeEvent(event) +
-                             " from database\nerror - " + error.localizedDescription());
-    }
+    OrvantaLogger::verbose([&] {
+      return "Could not remove event - " + detail::describeEvent(event) +
+             " from database\nerror - " + error.localizedDescription();
+    });
   }
 }
 

@@ -5,10 +5,10 @@
 #include <mutex>
 #include <string>
 
+#include "analytics/event_database.hpp"
 #include "analytics/operation_queue.hpp"
 #include "models/orvanta_event.hpp"
 #include "networking/events_service.hpp"
-#include "storage/database.hpp"
 
 namespace orvanta {
 
@@ -41,8 +41,8 @@ class OrvantaAnalyticsOperationsHandler
   struct Dependencies {
     /// None when the database could not be opened: events are then neither stored nor sent.
     std::shared_ptr<EventDatabase> eventsDatabase;
-    /// The service of each post; none means a fresh `EventsService` over a new router on the
-    /// current platform's HTTP client, for each post.
+    /// Makes the service of each post (a fresh `EventsService` over a new router, in the kit).
+    /// Required.
     std::function<std::shared_ptr<EventsServiceProtocol>()> makeEventsService;
   };
 

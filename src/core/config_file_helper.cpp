@@ -8,9 +8,9 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "core/constants.hpp"
-#include "orvanta/platform.hpp"
 
 namespace orvanta {
 namespace {
@@ -43,9 +43,8 @@ std::optional<std::string> readFile(const std::string& path) {
 
 // The top-level dictionary of the host's configuration file, parsed afresh; none when the file is
 // missing, unreadable, not a property list or not a dictionary.
-PlistPtr configFileDictonary() {
-  auto platform = currentPlatform();
-  auto path = platform->bundle->pathForResource("OrvantaConfig", "plist");
+PlistPtr configFileDictonary(port::Bundle& bundle) {
+  auto path = bundle.pathForResource("OrvantaConfig", "plist");
   if (!path) {
     return nullptr;
   }
@@ -62,13 +61,17 @@ PlistPtr configFileDictonary() {
   return dictionary;
 }
 
-std::string stringValue(std::string_view key) {
-  PlistPtr dictionary = configFileDictonary();
+}  // namespace
+
+OrvantaConfigFileHelper::OrvantaConfigFileHelper(std::shared_ptr<port::Bundle> bundle)
+    : bundle_(std::move(bundle)) {}
+
+std::string OrvantaConfigFileHelper::stringValue(const char* key) const {
+  PlistPtr dictionary = bundle_ ? configFileDictonary(*bundle_) : nullptr;
   if (!dictionary) {
     return {};
   }
-  plist_t item =
-      plist_dict_get_item(static_cast<plist_t>(dictionary.get()), std::string(key).c_str());
+  plist_t item = plist_dict_get_item(static_cast<plist_t>(dictionary.get()), key);
   if (item == nullptr || plist_get_node_type(item) != PLIST_STRING) {
     return {};
   }
@@ -80,22 +83,20 @@ std::string stringValue(std::string_view key) {
   return std::string(text, static_cast<std::size_t>(length));
 }
 
-}  // namespace
-
-std::string OrvantaConfigFileHelper::token() {
-  return stringValue(Constants::ConfigFileKeys::token);
+std::string OrvantaConfigFileHelper::token() const {
+  return stringValue(Constants::ConfigFileKeys::token.data());
 }
 
-std::string OrvantaConfigFileHelper::secret() {
-  return stringValue(Constants::ConfigFileKeys::secret);
+std::string OrvantaConfigFileHelper::secret() const {
+  return stringValue(Constants::ConfigFileKeys::secret.data());
 }
 
-std::string OrvantaConfigFileHelper::appId() {
-  return stringValue(Constants::ConfigFileKeys::appId);
+std::string OrvantaConfigFileHelper::appId() const {
+  return stringValue(Constants::ConfigFileKeys::appId.data());
 }
 
-std::string OrvantaConfigFileHelper::eventsToken() {
-  return stringValue(Constants::ConfigFileKeys::eventsToken);
+std::string OrvantaConfigFileHelper::eventsToken() const {
+  return stringValue(Constants::ConfigFileKeys::eventsToken.data());
 }
 
 }  // namespace orvanta

@@ -3,8 +3,6 @@
 #include <mutex>
 #include <utility>
 
-#include "orvanta/orvanta.hpp"
-
 namespace orvanta::Constants {
 namespace {
 
@@ -53,18 +51,16 @@ port::HttpHeaders defaultHeaders() {
 
 namespace Authorization {
 
-port::HttpHeaders Push::authorizationHeaders() {
-  auto configuration = Orvanta::shared().configuration();
+port::HttpHeaders Push::authorizationHeaders(const CredentialsSource& credentials) {
   return {
-      {"X-Orvanta-App-Token", configuration->token()},
-      {"X-Orvanta-App-Secret", configuration->secret()},
+      {"X-Orvanta-App-Token", credentials.token()},
+      {"X-Orvanta-App-Secret", credentials.secret()},
       {"Authorization", std::string(kAuthorizationValue)},
   };
 }
 
-port::HttpHeaders Events::authorizationHeaders() {
-  auto configuration = Orvanta::shared().configuration();
-  return {{"Authorization", configuration->eventsToken()}};
+port::HttpHeaders Events::authorizationHeaders(const CredentialsSource& credentials) {
+  return {{"Authorization", credentials.eventsToken()}};
 }
 
 }  // namespace Authorization

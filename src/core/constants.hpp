@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/config_file_helper.hpp"
 #include "core/logger.hpp"
 #include "orvanta/port/http_client.hpp"
 
@@ -33,16 +34,16 @@ namespace Push {
 /// The fixed value of the push service's "Authorization" header, the same for every application.
 inline constexpr std::string_view kAuthorizationValue = "u8jzPde0IgxLd6GncfBAepfJBd0Kh8oOOL8";
 
-/// Built again on every call from the configuration in force: "X-Orvanta-App-Token",
-/// "X-Orvanta-App-Secret" and "Authorization". Touches `Orvanta::shared()`. Any thread.
-port::HttpHeaders authorizationHeaders();
+/// Built again on every call from `credentials`: "X-Orvanta-App-Token", "X-Orvanta-App-Secret"
+/// and "Authorization". Any thread.
+port::HttpHeaders authorizationHeaders(const CredentialsSource& credentials);
 
 }  // namespace Push
 
 namespace Events {
 
-/// The events service's header: "Authorization" = the configuration's events token. Any thread.
-port::HttpHeaders authorizationHeaders();
+/// The events service's header: "Authorization" = the events token of `credentials`. Any thread.
+port::HttpHeaders authorizationHeaders(const CredentialsSource& credentials);
 
 }  // namespace Events
 }  // namespace Authorization

@@ -6,8 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "orvanta/platform.hpp"
-
 namespace orvanta {
 
 struct HostLifecycle::State {
@@ -181,26 +179,6 @@ void HostLifecycle::endBackgroundTask(port::BackgroundTaskId task) {
 std::size_t HostLifecycle::runningBackgroundTasks() const {
   std::lock_guard lock(state_->mutex);
   return state_->tasks.size();
-}
-
-void postLifecycleEvent(port::LifecycleEvent event) {
-  try {
-    auto platform = currentPlatform();
-    if (auto* lifecycle = dynamic_cast<HostLifecycle*>(platform->lifecycle.get())) {
-      lifecycle->post(event);
-    }
-  } catch (...) {  // NOLINT(bugprone-empty-catch): nothing reaches the host
-  }
-}
-
-void postWillSuspend() {
-  try {
-    auto platform = currentPlatform();
-    if (auto* lifecycle = dynamic_cast<HostLifecycle*>(platform->lifecycle.get())) {
-      lifecycle->willSuspend();
-    }
-  } catch (...) {  // NOLINT(bugprone-empty-catch): nothing reaches the host
-  }
 }
 
 }  // namespace orvanta

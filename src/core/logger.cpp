@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <ctime>
 
 #include "core/constants.hpp"
 #include "core/logging_switch.hpp"
-#include "orvanta/platform.hpp"
 
 namespace orvanta {
 namespace {
@@ -78,17 +78,36 @@ std::string OrvantaLogger::formatLine(LogLevel level, std::chrono::system_clock:
   return line;
 }
 
-bool OrvantaLogger::shouldPrint(LogLevel level) {
-  if (!detail::isLoggingEnabled()) {
-    return false;
-  }
-  const auto& visible = Constants::Logging::sdkVisibleLogLevels;
-  return std::find(visible.begin(), visible.end(), level) != visible.end();
+namespace {
+
+std::atomic<std::shared_ptr<const OrvantaLogger::Output>>& boundOutput() {
+  // Never destroyed: threads still running at exit may log.
+  static auto* output = new std::atomic<std::shared_ptr<const OrvantaLogger::Output>>();
+  return *output;
 }
 
-void OrvantaLogger::write(LogLevel level, std::string_view message) {
-  auto platform = currentPlatform();
-  platform->logSink->write(formatLine(level, platform->clock->now(), message));
+}  // namespace
+
+void OrvantaLogger::bind(std::shared_ptr<const Output> output) {
+  boundOutput().store(std::move(output));
+}
+
+std::shared_ptr<const OrvantaLogger::Output> OrvantaLogger::printingOutput(LogLevel level) {
+  auto output = boundOutput().load();
+  if (!output || !output->sink || !output->preferences ||
+      !detail::isLoggingEnabled(*output->preferences)) {
+    return nullptr;
+  }
+  const auto& visible = Constants::Logging::sdkVisibleLogLevels;
+  if (std::find(visible.begin(), visible.end(), level) == visible.end()) {
+    return nullptr;
+  }
+  return output;
+}
+
+void OrvantaLogger::write(const Output& output, LogLevel level, std::string_view message) {
+  auto now = output.clock ? output.clock->now() : std::chrono::system_clock::now();
+  output.sink->write(formatLine(level, now, message));
 }
 
 }  // namespace orvanta

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <concepts>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <source_location>
@@ -12,6 +13,9 @@
 #include <type_traits>
 
 #include "orvanta/error.hpp"
+#include "orvanta/port/clock.hpp"
+#include "orvanta/port/log_sink.hpp"
+#include "orvanta/port/preferences_store.hpp"
 
 namespace orvanta {
 
@@ -37,9 +41,13 @@ inline constexpr bool kAlwaysFalse = false;
 
 }  // namespace detail
 
-/// The kit's diagnostic channel: one line per call on the platform's log sink (standard output by
-/// default), printed only while the persisted `isLoggingEnabled` switch is on. The switch is read
-/// again on every call. Every member may be called from any thread.
+/// The kit's diagnostic channel: one line per call on the log sink of the platform in force
+/// (standard output by default), printed only while the persisted `isLoggingEnabled` switch is on.
+/// The switch is read again on every call. Every member may be called from any thread.
+///
+/// A message is anything `render` can print, or a function giving it, which is only called when
+/// the line is printed: `OrvantaLogger::info([&] { return "costly " + text(); })` costs nothing
+/// while logging is off.
 ///
 /// A line reads "🚀 ORVANTA 🚀 " + date + " " + level tag + " " + message, the date in the local
 /// time zone as "yyyy-MM-dd hh:mm:ssSSS": a 12-hour hour without AM/PM and the milliseconds written
@@ -47,6 +55,18 @@ inline constexpr bool kAlwaysFalse = false;
 class OrvantaLogger {
  public:
   enum class LogLevel { verbose, debug, info, warning, error };
+
+  /// Where lines go: the sink, the clock of their time stamps, and the preferences store that
+  /// holds the logging switch.
+  struct Output {
+    std::shared_ptr<port::LogSink> sink;
+    std::shared_ptr<port::Clock> clock;
+    std::shared_ptr<port::PreferencesStore> preferences;
+  };
+
+  /// Sends every later line of the process to `output` (none: nothing is printed). The kit's
+  /// entry point binds the platform in force. Any thread.
+  static void bind(std::shared_ptr<const Output> output);
 
   /// The printed tag of a level ("ℹ️ INFO ℹ️"), in UTF-8.
   static std::string_view rawValue(LogLevel level);
@@ -79,7 +99,9 @@ class OrvantaLogger {
   /// as its `what()`, anything else as `operator<<` writes it (Booleans as true/false).
   template <class M>
   static std::string render(const M& message) {
-    if constexpr (std::is_same_v<M, Error>) {
+    if constexpr (std::is_invocable_v<const M&>) {
+      return render(message());
+    } else if constexpr (std::is_same_v<M, Error>) {
       return message.localizedDescription();
     } else if constexpr (std::is_convertible_v<const M&, std::string_view>) {
       return std::string(std::string_view(message));
@@ -104,16 +126,18 @@ class OrvantaLogger {
   template <class M>
   static void log(LogLevel level, const M& message, const detail::SourceLocation&) {
     try {
-      if (!shouldPrint(level)) {
+      auto output = printingOutput(level);
+      if (!output) {
         return;
       }
-      write(level, render(message));
+      write(*output, level, render(message));
     } catch (...) {  // NOLINT(bugprone-empty-catch): the logger never fails its caller
     }
   }
 
-  static bool shouldPrint(LogLevel level);
-  static void write(LogLevel level, std::string_view message);
+  /// The bound output when a line of `level` is to be printed now; none otherwise.
+  static std::shared_ptr<const Output> printingOutput(LogLevel level);
+  static void write(const Output& output, LogLevel level, std::string_view message);
 };
 
 }  // namespace orvanta

@@ -3,13 +3,10 @@
 #include <string>
 #include <variant>
 
-#include "orvanta/platform.hpp"
-
 namespace orvanta::detail {
 
-bool isLoggingEnabled() {
-  auto platform = currentPlatform();
-  auto value = platform->preferences->object(std::string(kIsLoggingEnabledKey));
+bool isLoggingEnabled(port::PreferencesStore& preferences) {
+  auto value = preferences.object(std::string(kIsLoggingEnabledKey));
   if (!value) {
     return false;
   }
@@ -19,10 +16,8 @@ bool isLoggingEnabled() {
   return false;
 }
 
-void setLoggingEnabled(bool enabled) {
-  auto platform = currentPlatform();
-  platform->preferences->setObject(std::string(kIsLoggingEnabledKey),
-                                   port::PreferenceValue(enabled));
+void setLoggingEnabled(port::PreferencesStore& preferences, bool enabled) {
+  preferences.setObject(std::string(kIsLoggingEnabledKey), port::PreferenceValue(enabled));
 }
 
 }  // namespace orvanta::detail

@@ -1,11 +1,11 @@
 #include "core/uuid.hpp"
 
-#include <sys/random.h>
-
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <random>
+
+#include "core/os.hpp"
 
 namespace orvanta {
 namespace {
@@ -14,7 +14,7 @@ namespace {
 std::mt19937_64& threadGenerator() {
   thread_local std::mt19937_64 generator = [] {
     std::array<std::uint64_t, 4> seed{};
-    if (getrandom(seed.data(), sizeof(seed), 0) != static_cast<ssize_t>(sizeof(seed))) {
+    if (!os::fillRandomBytes(seed.data(), sizeof(seed))) {
       std::random_device device;
       for (auto& word : seed) {
         word = (static_cast<std::uint64_t>(device()) << 32) | device();

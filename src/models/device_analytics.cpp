@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "models/json_coding.hpp"
-#include "orvanta/platform.hpp"
+#include "core/json_coding.hpp"
 
 namespace orvanta {
 namespace {
@@ -34,10 +33,6 @@ std::string modelIdentifier(port::DeviceInfo& deviceInfo) {
   return machine.substr(begin, end - begin);
 }
 
-std::string modelIdentifier() {
-  return modelIdentifier(*currentPlatform()->deviceInfo);
-}
-
 }  // namespace orvanta
 
 namespace orvanta::Constants {
@@ -50,10 +45,6 @@ DeviceAnalytics DeviceAnalytics::from(port::DeviceInfo& deviceInfo) {
   analytics.vendorId = deviceInfo.vendorId();
   analytics.language = deviceInfo.languageCode();
   return analytics;
-}
-
-DeviceAnalytics DeviceAnalytics::current() {
-  return from(*currentPlatform()->deviceInfo);
 }
 
 nlohmann::ordered_json DeviceAnalytics::toJson() const {

@@ -1,6 +1,6 @@
 #include "models/orvanta_custom_parameters.hpp"
 
-#include "models/json_coding.hpp"
+#include "core/json_coding.hpp"
 #include "models/typed_fields.hpp"
 
 namespace orvanta {

@@ -1,15 +1,15 @@
 #include "models/orvanta_device.hpp"
 
-#include "core/config_file_helper.hpp"
-#include "models/json_coding.hpp"
+#include "core/json_coding.hpp"
 
 namespace orvanta {
 
-OrvantaDevice::OrvantaDevice(std::string installationId, std::string platformType)
+OrvantaDevice::OrvantaDevice(std::string installationId, std::string platformType,
+                             std::string applicationId, Constants::DeviceAnalytics device)
     : deviceUUID(std::move(installationId)),
       type(std::move(platformType)),
-      appId(OrvantaConfigFileHelper::appId()),
-      mobileAgent{Constants::DeviceAnalytics::current()} {}
+      appId(std::move(applicationId)),
+      mobileAgent{std::move(device)} {}
 
 nlohmann::ordered_json OrvantaDevice::toJson() const {
   nlohmann::ordered_json json = nlohmann::ordered_json::object();

@@ -31,9 +31,10 @@ struct OrvantaDevice {
   /// An empty record (what decoding starts from).
   OrvantaDevice() = default;
   /// A new record for the installation `deviceUUID`: no profile, no parameters, no tokens, the
-  /// application identifier from the configuration file and one description of the current
-  /// platform's device.
-  OrvantaDevice(std::string deviceUUID, std::string type);
+  /// application identifier of the host's configuration and `device` as the one description of
+  /// the handset.
+  OrvantaDevice(std::string deviceUUID, std::string type, std::string appId,
+                Constants::DeviceAnalytics device);
 
   /// Throws `detail::EncodingFailure` for a custom date that is not finite.
   nlohmann::ordered_json toJson() const;

@@ -1,16 +1,15 @@
 #include "models/orvanta_event.hpp"
 
-#include "core/config_file_helper.hpp"
+#include "core/json_coding.hpp"
 #include "core/uuid.hpp"
-#include "models/json_coding.hpp"
 #include "models/typed_fields.hpp"
 
 namespace orvanta {
 
-OrvantaEvent::OrvantaEvent(const std::string& deviceToken, std::string eventName,
-                           double creationTime, const ValueMap& values)
+OrvantaEvent::OrvantaEvent(const std::string& deviceToken, const std::string& appId,
+                           std::string eventName, double creationTime, const ValueMap& values)
     : uuidId(makeUuidString()),
-      pushId(deviceToken + "|||" + OrvantaConfigFileHelper::appId()),
+      pushId(deviceToken + "|||" + appId),
       name(std::move(eventName)),
       createdAt(creationTime) {
   setParameters(values);

@@ -30,11 +30,10 @@ struct OrvantaEvent {
 
   /// An empty record (what decoding starts from).
   OrvantaEvent() = default;
-  /// A new event with a fresh `uuidId`; `pushId` joins `deviceToken` and the application
-  /// identifier read from the configuration file; `parameters` are sorted as by
-  /// `setParameters`.
-  OrvantaEvent(const std::string& deviceToken, std::string name, double createdAt,
-               const ValueMap& parameters);
+  /// A new event with a fresh `uuidId`; `pushId` joins `deviceToken` and `appId`, the application
+  /// identifier of the host's configuration; `parameters` are sorted as by `setParameters`.
+  OrvantaEvent(const std::string& deviceToken, const std::string& appId, std::string name,
+               double createdAt, const ValueMap& parameters);
 
   /// The four maps merged, in the order string, numeric, Boolean, date (a later map wins).
   ValueMap parameters() const;
@@ -52,6 +51,8 @@ struct OrvantaEvent {
 
   /// Declares the columns of the table "orvantaevent".
   static void create(TableBuilder& builder);
+  /// The row's key: `uuidId`.
+  const std::string& primaryKey() const { return uuidId; }
   /// The table's name: the record type's name in lower case.
   static constexpr const char* kTableName = "orvantaevent";
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <utility>
 
-#include "models/json_coding.hpp"
+#include "core/json_coding.hpp"
 
 namespace orvanta {
 namespace {

@@ -1,6 +1,6 @@
 #include "models/orvanta_notification_payload.hpp"
 
-#include "models/json_coding.hpp"
+#include "core/json_coding.hpp"
 #include "models/value_json.hpp"
 
 namespace orvanta {

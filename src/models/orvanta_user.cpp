@@ -1,6 +1,6 @@
 #include "models/orvanta_user.hpp"
 
-#include "models/json_coding.hpp"
+#include "core/json_coding.hpp"
 
 namespace orvanta {
 namespace {

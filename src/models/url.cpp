@@ -1,36 +1,24 @@
 #include "models/url.hpp"
 
-#include <curl/curl.h>
-
-#include <memory>
+#include "core/text.hpp"
+#include "core/uri.hpp"
 
 namespace orvanta {
 
 std::optional<Url> Url::parse(std::string_view text) {
-  if (text.empty() || text.find('\0') != std::string_view::npos) {
+  auto components = parseUriReference(text);
+  if (!components || !components->scheme || !components->authority) {
     return std::nullopt;
   }
-  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> handle(curl_url(), &curl_url_cleanup);
-  if (!handle) {
+  if (components->host.empty() && !equalsIgnoringAsciiCase(*components->scheme, "file")) {
     return std::nullopt;
   }
-  std::string owned(text);
-  if (curl_url_set(handle.get(), CURLUPART_URL, owned.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
-      CURLUE_OK) {
-    return std::nullopt;
-  }
-  return Url(std::move(owned));
+  return Url(std::string(text));
 }
 
 std::string Url::scheme() const {
-  std::string result;
-  for (char c : text_) {
-    if (c == ':') {
-      break;
-    }
-    result.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
-  }
-  return result;
+  auto components = parseUriReference(text_);
+  return components && components->scheme ? asciiLowercased(*components->scheme) : std::string();
 }
 
 }  // namespace orvanta

@@ -8,12 +8,11 @@ namespace orvanta {
 
 /// An absolute URL that the kit's URL parser accepted, kept as the text it was given.
 ///
-/// Parsing uses libcurl's URL parser, with every scheme allowed so that deep links such as
-/// "myapp://open/item?id=1" pass next to "https://..." and "file:///..." URLs. It accepts a
-/// scheme followed by "://" (or a single "/") and an authority; it rejects the empty string,
-/// relative references ("/a", "www.example.com"), schemes without an authority ("mailto:x@y",
-/// "tel:123"), spaces and control characters, and text containing NUL. docs/records.md lists the
-/// rules.
+/// Any scheme is allowed, so that deep links such as "myapp://open/item?id=1" pass next to
+/// "https://..." and "file:///..." URLs: the text must follow the generic URI syntax and have a
+/// scheme followed by "//" and an authority (a host, except for "file"). It rejects the empty
+/// string, relative references ("/a", "www.example.com"), schemes without an authority
+/// ("mailto:x@y", "tel:123"), spaces and control characters. docs/records.md lists the rules.
 class Url {
  public:
   static std::optional<Url> parse(std::string_view text);

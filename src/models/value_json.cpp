@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "models/json_coding.hpp"
+#include "core/json_coding.hpp"
 
 namespace orvanta::detail {
 namespace {

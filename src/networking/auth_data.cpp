@@ -4,9 +4,7 @@
 
 #include "core/logger.hpp"
 #include "models/json.hpp"
-#include "orvanta/platform.hpp"
 #include "storage/device_uuid_provider.hpp"
-#include "storage/store.hpp"
 
 namespace orvanta {
 namespace {
@@ -15,17 +13,7 @@ constexpr const char* kRegisteredMessage = "Successfully registered deviceToken"
 
 }  // namespace
 
-std::shared_ptr<AuthData> AuthData::shared() {
-  // Never destroyed: handlers on the network thread may still reach it at exit.
-  static auto* instance = new std::shared_ptr<AuthData>(make());
-  return *instance;
-}
-
-AuthData::AuthData(Dependencies dependencies) : dependencies_(std::move(dependencies)) {
-  if (!dependencies_.devicesService) {
-    dependencies_.devicesService = std::make_shared<DevicesService>();
-  }
-}
+AuthData::AuthData(Dependencies dependencies) : dependencies_(std::move(dependencies)) {}
 
 AuthData::~AuthData() {
   std::lock_guard lock(retryMutex_);
@@ -43,7 +31,7 @@ void AuthData::setDevice(const OrvantaDevice& device) {
 }
 
 OrvantaDevice AuthData::checkIfCurrentVersionAndUpdateModelIfNeeded() const {
-  if (auto stored = Store::keychain()->get<Bytes>(kDeviceModelKey)) {
+  if (auto stored = dependencies_.keychain->get<Bytes>(kDeviceModelKey)) {
     auto decoded = OrvantaDevice::decode(stringFromBytes(*stored));
     if (decoded.isSuccess()) {
       OrvantaDevice record = std::move(decoded).value();
@@ -55,7 +43,9 @@ OrvantaDevice AuthData::checkIfCurrentVersionAndUpdateModelIfNeeded() const {
       return record;
     }
   }
-  return OrvantaDevice(DeviceUuidProvider::uuid(), "IOS");
+  return OrvantaDevice(DeviceUuidProvider::uuid(*dependencies_.keychain), "IOS",
+                       dependencies_.configFile->appId(),
+                       Constants::DeviceAnalytics::from(*dependencies_.deviceInfo));
 }
 
 void AuthData::writeDevice(const OrvantaDevice& device) const {
@@ -64,7 +54,7 @@ void AuthData::writeDevice(const OrvantaDevice& device) const {
     return;
   }
   try {
-    Store::keychain()->set(bytesFromString(*text), kDeviceModelKey);
+    dependencies_.keychain->set(bytesFromString(*text), kDeviceModelKey);
   } catch (...) {  // NOLINT(bugprone-empty-catch): the record then lives only in the request
   }
 }
@@ -120,7 +110,7 @@ void AuthData::attempt(const OrvantaDevice& record, const std::string& successMe
 }
 
 void AuthData::prepareTimer(std::function<void()> action, std::uint64_t generation) {
-  auto queue = mainQueue();
+  auto& queue = dependencies_.mainQueue;
   if (!queue) {
     return;
   }
@@ -145,13 +135,6 @@ void AuthData::retry(const OrvantaDevice& record, const std::string& successMess
     tryAgainWorkItem_.reset();
   }
   attempt(record, successMessage, generation);
-}
-
-std::shared_ptr<port::MainQueue> AuthData::mainQueue() const {
-  if (dependencies_.mainQueue) {
-    return dependencies_.mainQueue;
-  }
-  return currentPlatform()->mainQueue;
 }
 
 }  // namespace orvanta

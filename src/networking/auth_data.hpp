@@ -7,9 +7,12 @@
 #include <mutex>
 #include <string>
 
+#include "core/config_file_helper.hpp"
 #include "models/orvanta_device.hpp"
 #include "networking/devices_service.hpp"
+#include "orvanta/port/device_info.hpp"
 #include "orvanta/port/main_queue.hpp"
+#include "storage/keychain_access.hpp"
 
 namespace orvanta {
 
@@ -23,22 +26,26 @@ namespace orvanta {
 class AuthData : public std::enable_shared_from_this<AuthData> {
  public:
   struct Dependencies {
-    /// Where registrations go; none means a `DevicesService` over a router on the current
-    /// platform's HTTP client.
+    /// Where registrations go.
     std::shared_ptr<DevicesServiceProtocol> devicesService;
-    /// Where retries wait; none means the current platform's main queue, looked up when a retry
-    /// is scheduled.
+    /// Where retries wait.
     std::shared_ptr<port::MainQueue> mainQueue;
+    /// Where the record and the installation identifier are kept.
+    std::shared_ptr<KeychainAccess> keychain;
+    /// The application identifier of a fresh record.
+    std::shared_ptr<const CredentialsSource> configFile;
+    /// The handset a fresh record describes.
+    std::shared_ptr<port::DeviceInfo> deviceInfo;
   };
 
   /// The pause between a failed registration and the next attempt.
   static constexpr std::chrono::milliseconds kRetryDelay{60'000};
 
-  /// The instance the kit uses, created on first use, once. Its collaborators are those of the
-  /// platform in force at each use (key store, HTTP client, main queue).
+  /// The kit's shared instance, the one its components are built with, over the platform in
+  /// force.
   static std::shared_ptr<AuthData> shared();
 
-  static std::shared_ptr<AuthData> make(Dependencies dependencies = {}) {
+  static std::shared_ptr<AuthData> make(Dependencies dependencies) {
     return std::make_shared<AuthData>(std::move(dependencies));
   }
 
@@ -86,8 +93,6 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
   void prepareTimer(std::function<void()> action, std::uint64_t generation);
   void retry(const OrvantaDevice& record, const std::string& successMessage,
              std::uint64_t generation);
-  std::shared_ptr<port::MainQueue> mainQueue() const;
-
   Dependencies dependencies_;
 
   mutable std::mutex retryMutex_;

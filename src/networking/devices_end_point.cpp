@@ -35,8 +35,8 @@ HTTPTask DevicesEndPoint::task() const {
   return HTTPTask::request();
 }
 
-port::HttpHeaders DevicesEndPoint::headers() const {
-  return Constants::Authorization::Push::authorizationHeaders();
+port::HttpHeaders DevicesEndPoint::headers(const CredentialsSource& credentials) const {
+  return Constants::Authorization::Push::authorizationHeaders(credentials);
 }
 
 }  // namespace orvanta

@@ -42,7 +42,7 @@ class DevicesEndPoint : public EndPointDefaults {
   std::string path() const;
   HTTPMethod httpMethod() const;
   HTTPTask task() const;
-  port::HttpHeaders headers() const;
+  port::HttpHeaders headers(const CredentialsSource& credentials) const;
 
  private:
   explicit DevicesEndPoint(Case value) : value_(std::move(value)) {}

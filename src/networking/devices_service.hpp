@@ -28,8 +28,7 @@ class DevicesServiceProtocol {
 
 class DevicesService : public DevicesServiceProtocol {
  public:
-  explicit DevicesService(
-      std::shared_ptr<Router<DevicesEndPoint>> router = Router<DevicesEndPoint>::make())
+  explicit DevicesService(std::shared_ptr<Router<DevicesEndPoint>> router)
       : router_(std::move(router)) {}
 
   void registerDevice(const OrvantaDevice& device,

@@ -44,15 +44,15 @@ struct HTTPTask {
 };
 
 /// An endpoint family: a value naming one call, which the router turns into a request.
-/// `baseURL()` ends in "/"; `path()` is relative to it; `headers()` is the family's authorisation
-/// set, read again on every call.
+/// `baseURL()` ends in "/"; `path()` is relative to it; `headers(credentials)` is the family's
+/// authorisation set, built again from the credentials on every call.
 template <class E>
-concept EndPointType = requires(const E& endPoint) {
+concept EndPointType = requires(const E& endPoint, const CredentialsSource& credentials) {
   { endPoint.baseURL() } -> std::convertible_to<std::string>;
   { endPoint.path() } -> std::convertible_to<std::string>;
   { endPoint.httpMethod() } -> std::same_as<HTTPMethod>;
   { endPoint.task() } -> std::same_as<HTTPTask>;
-  { endPoint.headers() } -> std::same_as<port::HttpHeaders>;
+  { endPoint.headers(credentials) } -> std::same_as<port::HttpHeaders>;
 };
 
 /// What a family inherits unless it says otherwise: the push service's base URL.

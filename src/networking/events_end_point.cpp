@@ -14,8 +14,8 @@ HTTPTask EventsEndPoint::task() const {
   return HTTPTask::requestWithParameters(std::move(parameters));
 }
 
-port::HttpHeaders EventsEndPoint::headers() const {
-  return Constants::Authorization::Events::authorizationHeaders();
+port::HttpHeaders EventsEndPoint::headers(const CredentialsSource& credentials) const {
+  return Constants::Authorization::Events::authorizationHeaders(credentials);
 }
 
 }  // namespace orvanta

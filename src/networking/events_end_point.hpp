@@ -19,7 +19,7 @@ class EventsEndPoint {
   std::string path() const { return "event"; }
   HTTPMethod httpMethod() const { return HTTPMethod::post; }
   HTTPTask task() const;
-  port::HttpHeaders headers() const;
+  port::HttpHeaders headers(const CredentialsSource& credentials) const;
 
  private:
   explicit EventsEndPoint(OrvantaEvent event) : event_(std::move(event)) {}

@@ -19,8 +19,7 @@ class EventsServiceProtocol {
 
 class EventsService : public EventsServiceProtocol {
  public:
-  explicit EventsService(
-      std::shared_ptr<Router<EventsEndPoint>> router = Router<EventsEndPoint>::make())
+  explicit EventsService(std::shared_ptr<Router<EventsEndPoint>> router)
       : router_(std::move(router)) {}
 
   void addEvent(const OrvantaEvent& event, CompletionHandler<Void> completionHandler) override;

@@ -13,8 +13,8 @@ HTTPTask PushesEndPoint::task() const {
   return HTTPTask::requestWithParameters(json(status_));
 }
 
-port::HttpHeaders PushesEndPoint::headers() const {
-  return Constants::Authorization::Push::authorizationHeaders();
+port::HttpHeaders PushesEndPoint::headers(const CredentialsSource& credentials) const {
+  return Constants::Authorization::Push::authorizationHeaders(credentials);
 }
 
 }  // namespace orvanta

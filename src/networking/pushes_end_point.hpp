@@ -19,7 +19,7 @@ class PushesEndPoint : public EndPointDefaults {
   std::string path() const;
   HTTPMethod httpMethod() const { return HTTPMethod::post; }
   HTTPTask task() const;
-  port::HttpHeaders headers() const;
+  port::HttpHeaders headers(const CredentialsSource& credentials) const;
 
  private:
   explicit PushesEndPoint(OrvantaNotificationStatus status) : status_(std::move(status)) {}

@@ -20,8 +20,7 @@ class PushesServiceProtocol {
 
 class PushesService : public PushesServiceProtocol {
  public:
-  explicit PushesService(
-      std::shared_ptr<Router<PushesEndPoint>> router = Router<PushesEndPoint>::make())
+  explicit PushesService(std::shared_ptr<Router<PushesEndPoint>> router)
       : router_(std::move(router)) {}
 
   void report(const OrvantaNotificationStatus& status,

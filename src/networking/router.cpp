@@ -1,29 +1,17 @@
 #include "networking/router.hpp"
 
 #include <algorithm>
-#include <cctype>
-#include <string_view>
 
 #include "core/constants.hpp"
 #include "core/logger.hpp"
+#include "core/text.hpp"
 #include "networking/json_parameter_encoder.hpp"
-#include "orvanta/platform.hpp"
 
 namespace orvanta::detail {
-namespace {
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) ==
-                  std::tolower(static_cast<unsigned char>(y));
-         });
-}
-
-}  // namespace
 
 void setHeader(port::HttpHeaders& headers, const std::string& name, const std::string& value) {
   auto existing = std::find_if(headers.begin(), headers.end(), [&](const auto& field) {
-    return equalsIgnoringCase(field.first, name);
+    return equalsIgnoringAsciiCase(field.first, name);
   });
   if (existing != headers.end()) {
     *existing = {name, value};
@@ -68,8 +56,8 @@ std::optional<Error> validateStatusCode(const port::HttpResponse& response) {
   return Error::statusCode(response.statusCode);
 }
 
-Future<Response> performRequest(const std::shared_ptr<port::HttpClient>& client,
-                                port::HttpRequest request, std::weak_ptr<const void> router) {
+Future<Response> performRequest(port::HttpClient& client, port::HttpRequest request,
+                                std::weak_ptr<const void> router) {
   Promise<Response> promise;
   std::string description = describe(request);
   auto completion = [promise, router = std::move(router),
@@ -94,19 +82,11 @@ Future<Response> performRequest(const std::shared_ptr<port::HttpClient>& client,
     promise.reject(Error::custom("No response for given request: " + description));
   };
   try {
-    if (!client) {
-      promise.reject(Error::custom("No response for given request: " + description));
-      return promise;
-    }
-    client->dataTask(std::move(request), std::move(completion));
+    client.dataTask(std::move(request), std::move(completion));
   } catch (...) {
     promise.reject(errorFromCurrentException());
   }
   return promise;
-}
-
-std::shared_ptr<port::HttpClient> currentHttpClient() {
-  return currentPlatform()->httpClient;
 }
 
 }  // namespace orvanta::detail

@@ -38,11 +38,8 @@ std::optional<Error> validateStatusCode(const port::HttpResponse& response);
 
 /// Starts `request` on `client` and returns the future of its answer; see `Router::request`.
 /// `router` is the router the request belongs to, watched to know whether it still exists.
-Future<Response> performRequest(const std::shared_ptr<port::HttpClient>& client,
-                                port::HttpRequest request, std::weak_ptr<const void> router);
-
-/// The HTTP client of the platform installed now.
-std::shared_ptr<port::HttpClient> currentHttpClient();
+Future<Response> performRequest(port::HttpClient& client, port::HttpRequest request,
+                                std::weak_ptr<const void> router);
 
 }  // namespace detail
 
@@ -60,13 +57,16 @@ class Router : public std::enable_shared_from_this<Router<EndPoint>> {
 
  public:
   struct Dependencies {
-    /// The URL session; none means the current platform's, looked up for each request.
+    /// The URL session. Required.
     std::shared_ptr<port::HttpClient> httpClient;
+    /// Where the authorisation headers take the host's credentials from, for each request.
+    /// Required.
+    std::shared_ptr<const CredentialsSource> credentials;
     /// Ten seconds; tests shorten it rather than wait.
     std::chrono::milliseconds requestTimeout = detail::kRequestTimeout;
   };
 
-  static std::shared_ptr<Router> make(Dependencies dependencies = {}) {
+  static std::shared_ptr<Router> make(Dependencies dependencies) {
     return std::make_shared<Router>(Key{}, std::move(dependencies));
   }
 
@@ -87,13 +87,14 @@ class Router : public std::enable_shared_from_this<Router<EndPoint>> {
     } catch (...) {
       return Future<Response>::rejected(detail::errorFromCurrentException());
     }
-    auto client = dependencies_.httpClient ? dependencies_.httpClient : detail::currentHttpClient();
-    return detail::performRequest(client, std::move(built), this->weak_from_this());
+    return detail::performRequest(*dependencies_.httpClient, std::move(built),
+                                  this->weak_from_this());
   }
 
  private:
   port::HttpRequest requestFrom(const EndPoint& route) const {
-    return detail::buildRequest(route.httpMethod(), pathURL(route), route.headers(), route.task(),
+    return detail::buildRequest(route.httpMethod(), pathURL(route),
+                                route.headers(*dependencies_.credentials), route.task(),
                                 dependencies_.requestTimeout);
   }
 

@@ -1,12 +1,12 @@
-#include "orvanta/orvanta_push.hpp"
+#include <utility>
 
-#include <string>
-
+#include "core/guard.hpp"
 #include "core/logger.hpp"
-#include "networking/auth_data.hpp"
+#include "push/orvanta_push_impl.hpp"
 
 namespace orvanta {
-namespace {
+
+namespace detail {
 
 std::string hexString(const std::vector<std::uint8_t>& bytes) {
   static constexpr char kDigits[] = "0123456789abcdef";
@@ -19,18 +19,23 @@ std::string hexString(const std::vector<std::uint8_t>& bytes) {
   return text;
 }
 
-}  // namespace
+}  // namespace detail
 
-OrvantaPush::OrvantaPush() = default;
+OrvantaPush::OrvantaPush(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
 OrvantaPush::~OrvantaPush() = default;
 
 void OrvantaPush::didRegisterForRemoteNotifications(const std::vector<std::uint8_t>& deviceToken) {
-  try {
-    const std::string token = hexString(deviceToken);
-    AuthData::shared()->storeDeviceTokenAndRegister(token);
-    OrvantaLogger::info("APNs token retrieved: " + token);
-  } catch (...) {  // NOLINT(bugprone-empty-catch): nothing reaches the host
-  }
+  detail::shielded([&] { impl_->didRegisterForRemoteNotifications(deviceToken); });
+}
+
+OrvantaPush::Impl::Impl(Dependencies dependencies) : dependencies_(std::move(dependencies)) {}
+
+void OrvantaPush::Impl::didRegisterForRemoteNotifications(
+    const std::vector<std::uint8_t>& deviceToken) {
+  const std::string token = detail::hexString(deviceToken);
+  dependencies_.authData->storeDeviceTokenAndRegister(token);
+  OrvantaLogger::info("APNs token retrieved: " + token);
 }
 
 }  // namespace orvanta

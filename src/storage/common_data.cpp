@@ -1,20 +1,18 @@
 #include "storage/common_data.hpp"
 
-#include "storage/store.hpp"
+#include <utility>
 
 namespace orvanta {
 
-CommonData& CommonData::shared() {
-  static auto* instance = new CommonData();
-  return *instance;
-}
+CommonData::CommonData(std::shared_ptr<UserDefaultsAccess> userDefaults)
+    : userDefaults_(std::move(userDefaults)) {}
 
 std::optional<std::string> CommonData::lastOpenedPushId() const {
-  return Store::userDefaults()->value<std::string>(lastOpenedPushIdKey_);
+  return userDefaults_->value<std::string>(lastOpenedPushIdKey_);
 }
 
 void CommonData::setLastOpenedPushId(const std::optional<std::string>& pushId) {
-  Store::userDefaults()->set(pushId, lastOpenedPushIdKey_);
+  userDefaults_->set(pushId, lastOpenedPushIdKey_);
 }
 
 }  // namespace orvanta

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
+
+#include "storage/user_defaults_access.hpp"
 
 namespace orvanta {
 
@@ -9,6 +12,9 @@ namespace orvanta {
 /// Any thread.
 class CommonData {
  public:
+  explicit CommonData(std::shared_ptr<UserDefaultsAccess> userDefaults);
+
+  /// The kit's shared instance, over the preferences store of the platform in force.
   static CommonData& shared();
 
   /// Id of the last push the user opened ("commonData.lastOpenedPushId").
@@ -16,7 +22,7 @@ class CommonData {
   void setLastOpenedPushId(const std::optional<std::string>& pushId);
 
  private:
-  CommonData() = default;
+  std::shared_ptr<UserDefaultsAccess> userDefaults_;
   const std::string lastOpenedPushIdKey_ = std::string("commonData.") + "lastOpenedPushId";
 };
 

@@ -109,6 +109,12 @@ class ResetGuard {
   Statement& statement_;
 };
 
+bool tableExists(sqlite3* connection, const std::string& name) {
+  Statement statement(connection, "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?");
+  statement.bindText(1, name);
+  return statement.step() == SQLITE_ROW;
+}
+
 /// Runs a statement that may answer rows (a pragma) and ignores them.
 void execute(sqlite3* connection, const std::string& sql) {
   Statement statement(connection, sql);
@@ -204,9 +210,12 @@ SqliteTable::SqliteTable(const std::string& location, TableBuilder table)
 
   const std::string& tableName = impl_->table.tableName();
   try {
-    execute(connection, impl_->table.createStatement());
+    // Every launch after the first meets the table it made before; the statement is issued only
+    // when the table is missing, and another process making it meanwhile is met as below.
+    if (!tableExists(connection, tableName)) {
+      execute(connection, impl_->table.createStatement());
+    }
   } catch (const Error& error) {
-    // Every launch after the first meets the table it made before.
     if (error.localizedDescription() !=
         "table " + quoteIdentifier(tableName) + " already exists (code: 1)") {
       OrvantaLogger::error("Unable to create database because: " + error.localizedDescription());

@@ -10,20 +10,21 @@
 #include <utility>
 #include <vector>
 
-#include "models/json_coding.hpp"
-#include "models/orvanta_event.hpp"
+#include "core/json_coding.hpp"
 #include "orvanta/error.hpp"
 #include "storage/table_builder.hpp"
 
 namespace orvanta {
 
-/// A record kept in a table of its own: it declares the table's columns (`create`), names the table
-/// (`kTableName`, the type's name in lower case) and reads and writes itself as a JSON object
-/// whose top-level keys are the column names.
+/// A record kept in a table of its own: it declares the table's columns (`create`, one of them
+/// the text primary key), names the table (`kTableName`, the type's name in lower case), gives its
+/// primary key (`primaryKey`) and reads and writes itself as a JSON object whose top-level keys
+/// are the column names.
 template <class T>
 concept Storable = requires(const T& record, TableBuilder& builder, const nlohmann::json& json) {
   T::create(builder);
   { T::kTableName } -> std::convertible_to<std::string_view>;
+  { record.primaryKey() } -> std::convertible_to<const std::string&>;
   { record.toJson() } -> std::same_as<nlohmann::ordered_json>;
   { T::fromJson(json) } -> std::same_as<T>;
 };
@@ -194,21 +195,11 @@ class Database final : public DatabaseProtocol<T> {
   }
 
   void deleteRow(const T& row) override {
-    if constexpr (std::is_same_v<T, OrvantaEvent>) {
-      table_.deleteWhere("uuidId", row.uuidId);
-    } else {
-      nlohmann::ordered_json json;
-      try {
-        json = row.toJson();
-      } catch (...) {
-        throw detail::storageErrorFromCurrentException();
-      }
-      const std::string& key = table_.primaryKeyColumn();
-      if (key.empty() || !json.contains(key) || !json[key].is_string()) {
-        throw Error(Error::Domain::database, 1, "no text primary key to delete by");
-      }
-      table_.deleteWhere(key, json[key].template get<std::string>());
+    const std::string& key = table_.primaryKeyColumn();
+    if (key.empty()) {
+      throw Error(Error::Domain::database, 1, "no primary key to delete by");
     }
+    table_.deleteWhere(key, row.primaryKey());
     // The cached copy is dropped by the next `allRows`, which no longer meets its row id.
   }
 
@@ -239,11 +230,5 @@ class Database final : public DatabaseProtocol<T> {
   std::vector<std::pair<std::int64_t, Row>> cache_;  ///< sorted by row id
   std::vector<std::int64_t> rowIds_;                 ///< scratch for `allRows`
 };
-
-/// The event database the analytics queue uses.
-using EventDatabase = DatabaseProtocol<OrvantaEvent>;
-
-/// The file "Orvanta.sqlite" of the documents directory.
-inline constexpr const char* kEventDatabaseFileName = "Orvanta.sqlite";
 
 }  // namespace orvanta

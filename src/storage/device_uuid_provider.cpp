@@ -1,7 +1,6 @@
 #include "storage/device_uuid_provider.hpp"
 
 #include "core/uuid.hpp"
-#include "storage/store.hpp"
 
 namespace orvanta {
 namespace {
@@ -10,22 +9,22 @@ constexpr const char* kUuidKey = "uuid";
 
 }  // namespace
 
-std::string DeviceUuidProvider::uuid() {
-  if (auto stored = Store::keychain()->get<std::string>(kUuidKey)) {
+std::string DeviceUuidProvider::uuid(KeychainAccess& keychain) {
+  if (auto stored = keychain.get<std::string>(kUuidKey)) {
     return *stored;
   }
   std::string fresh = makeUuidString();
-  setUuid(fresh);
+  setUuid(keychain, fresh);
   return fresh;
 }
 
-void DeviceUuidProvider::setUuid(const std::string& uuid) {
+void DeviceUuidProvider::setUuid(KeychainAccess& keychain, const std::string& uuid) {
   auto bytes = DataConversion<std::string>::data(uuid);
   if (!bytes) {
     return;
   }
   try {
-    Store::keychain()->set(bytes, kUuidKey);
+    keychain.set(bytes, kUuidKey);
   } catch (...) {  // NOLINT(bugprone-empty-catch): a failed write only means a new id next time
   }
 }

@@ -3,8 +3,6 @@
 #include <array>
 #include <utility>
 
-#include "storage/store.hpp"
-
 namespace orvanta {
 namespace {
 
@@ -37,10 +35,6 @@ orvanta::Error KeychainAccess::makeError(Error error) {
 
 KeychainAccess::KeychainAccess(std::shared_ptr<port::SecureStore> store)
     : store_(std::move(store)) {}
-
-std::shared_ptr<KeychainAccess> KeychainAccess::standard() {
-  return Store::keychain();
-}
 
 void KeychainAccess::set(const std::optional<Bytes>& data, const std::string& key) {
   remove(key);

@@ -7,9 +7,9 @@
 
 namespace orvanta {
 
-/// Where the kit's code finds its key-value stores. Each accessor hands out one shared wrapper
-/// over the current platform's store, and a new one once another platform has been installed.
-/// Any thread.
+/// The kit's shared key-value stores: the wrappers over the secure store and the preferences store
+/// of the platform in force, the same objects its components are built with (a new pair once
+/// another platform is installed). Any thread.
 class Store {
  public:
   Store() = delete;

@@ -26,7 +26,8 @@ class UserDefaultsAccess {
 
   explicit UserDefaultsAccess(std::shared_ptr<port::PreferencesStore> defaults);
 
-  /// The shared instance over the current platform (same as `Store::userDefaults()`).
+  /// The kit's shared instance (same as `Store::userDefaults()`), over the preferences store of
+  /// the platform in force.
   static std::shared_ptr<UserDefaultsAccess> standard();
 
   /// Stores `value` under `key`; no value removes the entry.

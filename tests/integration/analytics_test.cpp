@@ -37,18 +37,17 @@ class AnalyticsTest : public testing::SandboxTest {
   }
 
   void SetUp() override {
-    // The kit's shared instance has an analytics stack of its own that observes the life cycle of
-    // the platform in force when it is created: create it before this test's platform, so that
-    // only the stack under test answers this test's background events.
-    Orvanta::shared();
     SandboxTest::SetUp();
     std::filesystem::create_directories(testPlatform().dataDirectory());
     database_ = std::make_shared<Database<OrvantaEvent>>(testPlatform().dataDirectory() +
                                                          "/events-under-test.sqlite");
-    handler_ = OrvantaAnalyticsOperationsHandler::make({database_, {}});
-    authData_ = AuthData::make();
+    handler_ = OrvantaAnalyticsOperationsHandler::make(
+        {database_,
+         [this] { return std::make_shared<EventsService>(context().router<EventsEndPoint>()); }});
+    authData_ = context().authData();
     analytics_ = std::make_unique<OrvantaAnalytics>(
-        OrvantaAnalytics::Impl::make({handler_, authData_, testPlatform().lifecycle()}));
+        OrvantaAnalytics::Impl::make({handler_, authData_, testPlatform().lifecycle(),
+                                      platform()->clock, context().configFile()}));
   }
 
   void TearDown() override {
@@ -143,7 +142,8 @@ TEST_F(AnalyticsTest, TenPostsAtMostAndExpiryCancelsTheRestWhoseRowsSurvive) {
   givePushToken();
   for (int i = 0; i < 25; ++i) {
     handler_->addEventToDatabase(std::make_shared<const OrvantaEvent>(
-        "a1b2c3", "e" + std::to_string(i), 1700000000.0 + i, ValueMap{}));
+        "a1b2c3", sandbox().credentials().appId, "e" + std::to_string(i), 1700000000.0 + i,
+        ValueMap{}));
   }
   sandbox().setFault(Endpoint::event, delayed(std::chrono::seconds(20)));
   goToBackground();

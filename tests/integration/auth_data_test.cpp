@@ -23,7 +23,8 @@ class AuthDataIntegrationTest : public testing::SandboxTest {
   void SetUp() override {
     SandboxTest::SetUp();
     queue_ = std::make_shared<WatchedMainQueue>(mainQueue());
-    auth_ = AuthData::make({.devicesService = nullptr, .mainQueue = queue_});
+    auth_ = AuthData::make(authDataDependencies(
+        std::make_shared<DevicesService>(context().router<DevicesEndPoint>()), queue_));
   }
 
   void failNext(int count, std::optional<int> status, bool contentType = false) {

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "entry/kit_context.hpp"
 #include "networking/auth_data.hpp"
 #include "orvanta/linux_platform.hpp"
 #include "orvanta/orvanta.hpp"
@@ -87,7 +88,8 @@ int track(const std::string& prefix) {
 }
 
 int flush(const std::string& root) {
-  auto database = detail::openEventDatabase();
+  auto context = std::make_shared<detail::KitContext>(currentPlatform());
+  auto database = context->eventStore();
   if (!database) {
     return 3;
   }
@@ -102,7 +104,9 @@ int flush(const std::string& root) {
     std::fprintf(stderr, "%s\n", error.localizedDescription().c_str());
     return 5;
   }
-  auto handler = OrvantaAnalyticsOperationsHandler::make({database, {}});
+  auto handler = OrvantaAnalyticsOperationsHandler::make(
+      {database,
+       [context] { return std::make_shared<EventsService>(context->router<EventsEndPoint>()); }});
   for (int round = 0; round < 100; ++round) {
     handler->postEventsFromDatabase();
     handler->operationQueue().waitUntilAllOperationsAreFinished();
@@ -129,7 +133,7 @@ int main(int argc, char** argv) {
   std::string root = argv[2];
   installPlatformAt(root);
   if (mode == "count") {
-    auto database = detail::openEventDatabase();
+    auto database = openEventDatabase(*currentPlatform()->fileLocations);
     if (!database) {
       return 3;
     }

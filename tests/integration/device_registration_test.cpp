@@ -13,7 +13,16 @@ namespace {
 
 using testing::awaitLinesContaining;
 
-class DeviceRegistrationTest : public testing::SandboxTest {};
+// The host's side: configure with logging on, then hand the kit its push token.
+class DeviceRegistrationTest : public testing::SandboxTest {
+ protected:
+  void SetUp() override {
+    SandboxTest::SetUp();
+    auto configuration = OrvantaConfiguration::defaultConfiguration();
+    configuration->setIsLoggingEnabled(true);
+    Orvanta::configure(configuration);
+  }
+};
 
 TEST_F(DeviceRegistrationTest, APushTokenFromTheHostEndsUpRegisteredAtTheService) {
   std::vector<std::uint8_t> token(32);

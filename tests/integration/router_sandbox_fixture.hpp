@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "core/future.hpp"
-#include "orvanta/orvanta.hpp"
 #include "orvanta/service_urls.hpp"
 #include "orvanta_sandbox/sandbox.hpp"
 #include "testing/platform_test.hpp"
@@ -96,7 +95,6 @@ class SandboxTest : public PlatformTest {
  protected:
   void SetUp() override {
     PlatformTest::SetUp();
-    Orvanta::shared();  // its creation switches logging off: get it over with first
     sandbox_ = sandbox::Sandbox::start();
     const auto& credentials = sandbox_->credentials();
     writeConfig(testing::credentials(credentials.appId, credentials.token, credentials.secret,

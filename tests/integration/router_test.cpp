@@ -24,10 +24,11 @@ using testing::LoopbackTcpServer;
 class RouterIntegrationTest : public testing::SandboxTest {
  protected:
   /// Sends a last-push call to `base` and waits for the answer.
-  std::optional<Result<Response>> call(const std::string& base,
-                                       Router<DevicesEndPoint>::Dependencies dependencies = {}) {
+  std::optional<Result<Response>> call(
+      const std::string& base, std::chrono::milliseconds timeout = detail::kRequestTimeout) {
     EXPECT_TRUE(setServiceBaseURLs(base, base)) << base;
-    auto router = Router<DevicesEndPoint>::make(std::move(dependencies));
+    auto router =
+        Router<DevicesEndPoint>::make({platform()->httpClient, context().configFile(), timeout});
     return await(router->request(DevicesEndPoint::lastPush("abc")));
   }
 
@@ -78,9 +79,7 @@ TEST_F(RouterIntegrationTest, TransportFailuresAreRejectedAndLogged) {
   EXPECT_EQ(refused->domain(), Error::Domain::transport);
 
   LoopbackTcpServer silent(LoopbackTcpServer::Behaviour::neverAnswer);
-  auto timedOut =
-      errorOf(call(silent.url("/v1/"),
-                   {.httpClient = nullptr, .requestTimeout = std::chrono::milliseconds(300)}));
+  auto timedOut = errorOf(call(silent.url("/v1/"), std::chrono::milliseconds(300)));
   ASSERT_TRUE(timedOut);
   EXPECT_EQ(timedOut->domain(), Error::Domain::transport);
 
@@ -101,7 +100,7 @@ TEST_F(RouterIntegrationTest, AnAnswerAfterTheRouterWasReleasedIsNotJudged) {
     return LoopbackResponse{404, {}, "late"};
   });
   ASSERT_TRUE(setServiceBaseURLs(server.url("/v1/"), server.url("/v1/")));
-  auto router = Router<DevicesEndPoint>::make();
+  auto router = context().router<DevicesEndPoint>();
   auto future = router->request(DevicesEndPoint::lastPush("abc"));
   ASSERT_TRUE(server.waitForRequests(1));
   router.reset();
@@ -117,8 +116,7 @@ TEST_F(RouterIntegrationTest, HostileServersEndInAClearErrorAndTheKitKeepsWorkin
        {LoopbackTcpServer::Behaviour::garbage, LoopbackTcpServer::Behaviour::truncatedBody,
         LoopbackTcpServer::Behaviour::endlessBody}) {
     LoopbackTcpServer server(behaviour);
-    auto error = errorOf(call(server.url("/v1/"),
-                              {.httpClient = nullptr, .requestTimeout = std::chrono::seconds(3)}));
+    auto error = errorOf(call(server.url("/v1/"), std::chrono::seconds(3)));
     ASSERT_TRUE(error) << static_cast<int>(behaviour);
     EXPECT_EQ(error->domain(), Error::Domain::transport);
     EXPECT_FALSE(error->localizedDescription().empty());

@@ -69,7 +69,9 @@ Future<T> promised(std::function<void(CompletionHandler<T>)> call) {
 class ServicesTest : public testing::SandboxTest {
  protected:
   OrvantaDevice device() {
-    OrvantaDevice record("8D3E7F0A-1B2C-4D5E-8F90-A1B2C3D4E5F6", "IOS");
+    OrvantaDevice record("8D3E7F0A-1B2C-4D5E-8F90-A1B2C3D4E5F6", "IOS",
+                         sandbox().credentials().appId,
+                         Constants::DeviceAnalytics::from(*platform()->deviceInfo));
     record.deviceToken = "00ab10ff";
     record.oldDeviceToken = "0011";
     return record;
@@ -86,13 +88,20 @@ class ServicesTest : public testing::SandboxTest {
   }
   OrvantaEvent event() {
     return OrvantaEvent(
-        "00ab10ff", "purchase", 1715090709.25,
+        "00ab10ff", sandbox().credentials().appId, "purchase", 1715090709.25,
         {{"sku", Value("A-1")}, {"count", Value(std::int64_t{3})}, {"gift", Value(true)}});
   }
 
-  DevicesService devices_;
-  PushesService pushes_;
-  EventsService events_;
+  void SetUp() override {
+    SandboxTest::SetUp();
+    devices_ = std::make_unique<DevicesService>(context().router<DevicesEndPoint>());
+    pushes_ = std::make_unique<PushesService>(context().router<PushesEndPoint>());
+    events_ = std::make_unique<EventsService>(context().router<EventsEndPoint>());
+  }
+
+  std::unique_ptr<DevicesService> devices_;
+  std::unique_ptr<PushesService> pushes_;
+  std::unique_ptr<EventsService> events_;
 };
 
 TEST_F(ServicesTest, EveryCallArrivesAsTheServiceExpectsIt) {
@@ -103,7 +112,7 @@ TEST_F(ServicesTest, EveryCallArrivesAsTheServiceExpectsIt) {
       {"X-Orvanta-App-Secret", credentials.secret},
       {"Authorization", kPushAuthorization}};
 
-  auto registered = await(promised<Void>([&](auto h) { devices_.registerDevice(device(), h); }));
+  auto registered = await(promised<Void>([&](auto h) { devices_->registerDevice(device(), h); }));
   ASSERT_TRUE(registered && registered->isSuccess()) << failureText(registered);
   auto request = onlyRequest();
   EXPECT_EQ(request.method, "POST");
@@ -114,7 +123,7 @@ TEST_F(ServicesTest, EveryCallArrivesAsTheServiceExpectsIt) {
   EXPECT_EQ(sandbox().device(device().deviceUUID)->registrationId, "00ab10ff");
   sandbox().reset();
 
-  auto reported = await(promised<Void>([&](auto h) { pushes_.report(status(), h); }));
+  auto reported = await(promised<Void>([&](auto h) { pushes_->report(status(), h); }));
   ASSERT_TRUE(reported && reported->isSuccess()) << failureText(reported);
   request = onlyRequest();
   EXPECT_EQ(request.method, "POST");
@@ -124,7 +133,7 @@ TEST_F(ServicesTest, EveryCallArrivesAsTheServiceExpectsIt) {
   sandbox().reset();
 
   auto sentEvent = event();
-  auto added = await(promised<Void>([&](auto h) { events_.addEvent(sentEvent, h); }));
+  auto added = await(promised<Void>([&](auto h) { events_->addEvent(sentEvent, h); }));
   ASSERT_TRUE(added && added->isSuccess()) << failureText(added);
   request = onlyRequest();
   EXPECT_EQ(request.method, "POST");
@@ -139,7 +148,7 @@ TEST_F(ServicesTest, EveryCallArrivesAsTheServiceExpectsIt) {
 
   sandbox().setLastPush("00ab10ff", {{"id", "push-9"}, {"title", "Hello"}});
   auto last = await(
-      promised<OrvantaNotificationPayload>([&](auto h) { devices_.lastPush("00ab10ff", h); }));
+      promised<OrvantaNotificationPayload>([&](auto h) { devices_->lastPush("00ab10ff", h); }));
   ASSERT_TRUE(last && last->isSuccess()) << failureText(last);
   EXPECT_EQ(last->value().id, "push-9");
   EXPECT_EQ(last->value().title, "Hello");
@@ -151,7 +160,7 @@ TEST_F(ServicesTest, EveryCallArrivesAsTheServiceExpectsIt) {
   sandbox().reset();
 
   // Defined and routable, though no service sends it.
-  auto router = Router<DevicesEndPoint>::make();
+  auto router = context().router<DevicesEndPoint>();
   auto unregistered = await(router->request(DevicesEndPoint::unregister(device().deviceUUID)));
   ASSERT_TRUE(unregistered);
   request = onlyRequest();
@@ -168,14 +177,14 @@ TEST_F(ServicesTest, EmptyAnswersAreDemandedOnlyWhereTheCallSaysSo) {
   contentType.addContentType = true;
   sandbox().setFault(std::nullopt, contentType);
 
-  auto registered = await(promised<Void>([&](auto h) { devices_.registerDevice(device(), h); }));
+  auto registered = await(promised<Void>([&](auto h) { devices_->registerDevice(device(), h); }));
   ASSERT_TRUE(registered);
   ASSERT_FALSE(registered->isSuccess());
   EXPECT_EQ(registered->error(), Error::emptyResponseExists());
-  auto reported = await(promised<Void>([&](auto h) { pushes_.report(status(), h); }));
+  auto reported = await(promised<Void>([&](auto h) { pushes_->report(status(), h); }));
   ASSERT_TRUE(reported);
   EXPECT_EQ(reported->error(), Error::emptyResponseExists());
-  auto added = await(promised<Void>([&](auto h) { events_.addEvent(event(), h); }));
+  auto added = await(promised<Void>([&](auto h) { events_->addEvent(event(), h); }));
   ASSERT_TRUE(added);
   EXPECT_TRUE(added->isSuccess());
 
@@ -184,12 +193,12 @@ TEST_F(ServicesTest, EmptyAnswersAreDemandedOnlyWhereTheCallSaysSo) {
     return testing::LoopbackResponse{201, {{"Content-Type", "application/json"}}, "{\"ok\":true}"};
   });
   ASSERT_TRUE(setServiceBaseURLs(server.url("/v1/"), server.url("/v1/")));
-  added = await(promised<Void>([&](auto h) { events_.addEvent(event(), h); }));
+  added = await(promised<Void>([&](auto h) { events_->addEvent(event(), h); }));
   ASSERT_TRUE(added);
   EXPECT_TRUE(added->isSuccess());
   // ...but not a payload for the last push.
   auto last =
-      await(promised<OrvantaNotificationPayload>([&](auto h) { devices_.lastPush("ab", h); }));
+      await(promised<OrvantaNotificationPayload>([&](auto h) { devices_->lastPush("ab", h); }));
   ASSERT_TRUE(last);
   ASSERT_FALSE(last->isSuccess());
   EXPECT_EQ(last->error().domain(), Error::Domain::decoding);
@@ -200,23 +209,23 @@ TEST_F(ServicesTest, ANonSuccessStatusReachesOnErrorInEveryCall) {
   fault.status = 404;
   sandbox().setFault(std::nullopt, fault);
   std::vector<std::optional<Result<Void>>> outcomes = {
-      await(promised<Void>([&](auto h) { devices_.registerDevice(device(), h); })),
-      await(promised<Void>([&](auto h) { pushes_.report(status(), h); })),
-      await(promised<Void>([&](auto h) { events_.addEvent(event(), h); })),
+      await(promised<Void>([&](auto h) { devices_->registerDevice(device(), h); })),
+      await(promised<Void>([&](auto h) { pushes_->report(status(), h); })),
+      await(promised<Void>([&](auto h) { events_->addEvent(event(), h); })),
   };
   for (const auto& outcome : outcomes) {
     ASSERT_TRUE(outcome);
     EXPECT_EQ(failureText(outcome), "Not Found");
   }
   auto last =
-      await(promised<OrvantaNotificationPayload>([&](auto h) { devices_.lastPush("ab", h); }));
+      await(promised<OrvantaNotificationPayload>([&](auto h) { devices_->lastPush("ab", h); }));
   EXPECT_EQ(failureText(last), "Not Found");
 }
 
 TEST_F(ServicesTest, CallsWithoutHandlersAreStillSent) {
-  devices_.registerDevice(device(), {});
-  pushes_.report(status(), {});
-  events_.addEvent(event(), {});
+  devices_->registerDevice(device(), {});
+  pushes_->report(status(), {});
+  events_->addEvent(event(), {});
   EXPECT_TRUE(sandbox().waitForRequestCount(3, testing::kPatience));
   EXPECT_EQ(sandbox().devices().size(), 1u);
   EXPECT_EQ(sandbox().reports().size(), 1u);

@@ -85,7 +85,7 @@ class OperationsHandlerTest : public testing::PlatformTest {
 
   void track(const std::string& name, const ValueMap& parameters = {}) {
     handler_->addEventToDatabase(
-        std::make_shared<const OrvantaEvent>("token", name, 1700000000.0, parameters));
+        std::make_shared<const OrvantaEvent>("token", "app", name, 1700000000.0, parameters));
   }
   std::vector<std::string> storedNames() {
     std::vector<std::string> names;
@@ -161,7 +161,7 @@ TEST_F(OperationsHandlerTest, NeverMoreThanTenPostsAtOnceAndCancellationLeavesRo
 }
 
 TEST_F(OperationsHandlerTest, DatabaseFailuresAreLoggedAndSwallowed) {
-  auto event = std::make_shared<const OrvantaEvent>("token", "dup", 1.0, ValueMap{});
+  auto event = std::make_shared<const OrvantaEvent>("token", "app", "dup", 1.0, ValueMap{});
   handler_->addEventToDatabase(event);
   handler_->addEventToDatabase(event);
   auto added = logSink().linesContaining("Could not add Event - {\"uuidId\":\"" + event->uuidId);
@@ -185,7 +185,8 @@ TEST_F(OperationsHandlerTest, DatabaseFailuresAreLoggedAndSwallowed) {
 TEST_F(OperationsHandlerTest, WithoutDatabaseNothingIsStoredOrSent) {
   auto handler =
       OrvantaAnalyticsOperationsHandler::make({nullptr, [service = service_] { return service; }});
-  handler->addEventToDatabase(std::make_shared<const OrvantaEvent>("t", "x", 1.0, ValueMap{}));
+  handler->addEventToDatabase(
+      std::make_shared<const OrvantaEvent>("t", "app", "x", 1.0, ValueMap{}));
   handler->postEventsFromDatabase();
   handler->operationQueue().waitUntilAllOperationsAreFinished();
   EXPECT_EQ(service_->postCount(), 0u);

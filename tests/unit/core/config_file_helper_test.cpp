@@ -15,33 +15,33 @@ class ConfigFileHelperTest : public testing::PlatformTest {
   std::string configPath() { return testPlatform().bundleDirectory() + "/OrvantaConfig.plist"; }
 
   void expectAllEmpty() {
-    EXPECT_EQ(OrvantaConfigFileHelper::appId(), "");
-    EXPECT_EQ(OrvantaConfigFileHelper::token(), "");
-    EXPECT_EQ(OrvantaConfigFileHelper::secret(), "");
-    EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "");
+    EXPECT_EQ(context().configFile()->appId(), "");
+    EXPECT_EQ(context().configFile()->token(), "");
+    EXPECT_EQ(context().configFile()->secret(), "");
+    EXPECT_EQ(context().configFile()->eventsToken(), "");
   }
 };
 
 TEST_F(ConfigFileHelperTest, ReadsXmlAndBinaryPropertyLists) {
   writeConfig(testing::credentials("app-1", " token with blanks ", "s&<cret>", "events-1"));
-  EXPECT_EQ(OrvantaConfigFileHelper::appId(), "app-1");
-  EXPECT_EQ(OrvantaConfigFileHelper::token(), " token with blanks ");
-  EXPECT_EQ(OrvantaConfigFileHelper::secret(), "s&<cret>");
-  EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "events-1");
+  EXPECT_EQ(context().configFile()->appId(), "app-1");
+  EXPECT_EQ(context().configFile()->token(), " token with blanks ");
+  EXPECT_EQ(context().configFile()->secret(), "s&<cret>");
+  EXPECT_EQ(context().configFile()->eventsToken(), "events-1");
 
   testing::writeFile(configPath(), testing::configPlistBinary(testing::credentials(
                                        "app-2", "token-2", "secret-2", "événements")));
-  EXPECT_EQ(OrvantaConfigFileHelper::appId(), "app-2");
-  EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "événements");
+  EXPECT_EQ(context().configFile()->appId(), "app-2");
+  EXPECT_EQ(context().configFile()->eventsToken(), "événements");
 }
 
 TEST_F(ConfigFileHelperTest, ChangesToTheFileAreSeenAtTheNextRead) {
   writeConfig({{"Token", "first"}});
-  EXPECT_EQ(OrvantaConfigFileHelper::token(), "first");
+  EXPECT_EQ(context().configFile()->token(), "first");
   writeConfig({{"Token", "second"}});
-  EXPECT_EQ(OrvantaConfigFileHelper::token(), "second");
+  EXPECT_EQ(context().configFile()->token(), "second");
   std::remove(configPath().c_str());
-  EXPECT_EQ(OrvantaConfigFileHelper::token(), "");
+  EXPECT_EQ(context().configFile()->token(), "");
 }
 
 TEST_F(ConfigFileHelperTest, MissingKeysAndNonStringValuesReadAsEmpty) {
@@ -51,10 +51,10 @@ TEST_F(ConfigFileHelperTest, MissingKeysAndNonStringValuesReadAsEmpty) {
                      "<key>Secret</key><dict><key>a</key><string>b</string></dict>"
                      "<key>AppId</key><string>app</string>"
                      "</dict></plist>");
-  EXPECT_EQ(OrvantaConfigFileHelper::token(), "");
-  EXPECT_EQ(OrvantaConfigFileHelper::secret(), "");
-  EXPECT_EQ(OrvantaConfigFileHelper::eventsToken(), "");
-  EXPECT_EQ(OrvantaConfigFileHelper::appId(), "app");
+  EXPECT_EQ(context().configFile()->token(), "");
+  EXPECT_EQ(context().configFile()->secret(), "");
+  EXPECT_EQ(context().configFile()->eventsToken(), "");
+  EXPECT_EQ(context().configFile()->appId(), "app");
 }
 
 TEST_F(ConfigFileHelperTest, UnusableFilesReadAsEmpty) {

@@ -70,26 +70,5 @@ TEST_F(OrvantaTest, TheLoggingSwitchIsSharedAndPersisted) {
   EXPECT_FALSE(another.configuration()->isLoggingEnabled());
 }
 
-TEST_F(OrvantaTest, AuthorizationHeadersAreReadFromTheFileOnEveryCall) {
-  writeConfig(testing::credentials("app", "token-1", "secret-1", "events-1"));
-  port::HttpHeaders expected = {{"X-Orvanta-App-Token", "token-1"},
-                                {"X-Orvanta-App-Secret", "secret-1"},
-                                {"Authorization", "u8jzPde0IgxLd6GncfBAepfJBd0Kh8oOOL8"}};
-  EXPECT_EQ(Constants::Authorization::Push::authorizationHeaders(), expected);
-  writeConfig(testing::credentials("app", "token-2", "secret-2", "events-2"));
-  EXPECT_EQ(port::findHeader(Constants::Authorization::Push::authorizationHeaders(),
-                             "x-orvanta-app-token"),
-            "token-2");
-  EXPECT_EQ(Constants::Authorization::Events::authorizationHeaders(),
-            (port::HttpHeaders{{"Authorization", "events-2"}}));
-
-  EXPECT_EQ(Constants::Networking::pushSDKURL(), "https://push.orvanta.io/v1/");
-  Constants::Networking::overrideServiceURLs("http://127.0.0.1:9/v1/", std::nullopt);
-  EXPECT_EQ(Constants::Networking::pushSDKURL(), "http://127.0.0.1:9/v1/");
-  EXPECT_EQ(Constants::Networking::eventsSDKURL(), "https://api.orvanta.io/v1/");
-  Constants::Networking::overrideServiceURLs(std::nullopt, std::nullopt);
-  EXPECT_EQ(Constants::Networking::pushSDKURL(), "https://push.orvanta.io/v1/");
-}
-
 }  // namespace
 }  // namespace orvanta

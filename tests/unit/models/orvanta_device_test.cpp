@@ -19,7 +19,7 @@ constexpr const char* kEmptyCustom =
     R"({"boolean_fields":{},"integer_fields":{},"string_fields":{},"date_fields":{}})";
 
 TEST_F(OrvantaDeviceTest, NewRecordWritesTheRegistrationBody) {
-  OrvantaDevice device("U-1", "IOS");
+  OrvantaDevice device = newDevice("U-1");
   EXPECT_EQ(jsonText(device),
             std::string(R"({"user_id":"U-1","orvanta":{},"type":"IOS","app_id":"app-1",)") +
                 R"("custom":)" + kEmptyCustom +
@@ -32,7 +32,7 @@ TEST_F(OrvantaDeviceTest, NewRecordWritesTheRegistrationBody) {
   device.user.email = "a@b.c";
   device.customParameters.setAll({{"vip", true}});
   deviceInfo_->vendor = "0C0D5D5E-1111-4222-8333-444455556666";
-  device.mobileAgent = {Constants::DeviceAnalytics::current()};
+  device.mobileAgent = {Constants::DeviceAnalytics::from(*deviceInfo_)};
   EXPECT_EQ(jsonText(device),
             std::string(R"({"user_id":"U-1","orvanta":{"email":"a@b.c","number":"+100"},)") +
                 R"("type":"IOS","app_id":"app-1","registration_id":"abcd",)" +
@@ -44,7 +44,7 @@ TEST_F(OrvantaDeviceTest, NewRecordWritesTheRegistrationBody) {
 }
 
 TEST_F(OrvantaDeviceTest, StoredRecordReadsBackIdentical) {
-  OrvantaDevice device("U-1", "IOS");
+  OrvantaDevice device = newDevice("U-1");
   device.deviceToken = "abcd";
   device.user = {"a@b.c", "+100", "Ann", "Lee", "Acme"};
   device.customParameters.setAll({{"vip", true},
@@ -61,7 +61,7 @@ TEST_F(OrvantaDeviceTest, StoredRecordReadsBackIdentical) {
 }
 
 TEST_F(OrvantaDeviceTest, StoredRecordMissingARequiredPartDoesNotDecode) {
-  const auto valid = nlohmann::json::parse(*jsonText(OrvantaDevice("U-1", "IOS")));
+  const auto valid = nlohmann::json::parse(*jsonText(newDevice("U-1")));
   ASSERT_TRUE(OrvantaDevice::decode(valid.dump()).isSuccess());
   for (const char* key : {"user_id", "orvanta", "type", "app_id", "custom", "mobile_agent"}) {
     auto without = valid;
@@ -141,14 +141,14 @@ TEST(OrvantaCustomParametersTest, AllAccumulatesAndReadsDateOverStringOverIntege
 
 TEST_F(OrvantaDeviceTest, ModelIdentifierPrefersTheSimulatorAndTrimsTheMachineName) {
   deviceInfo_->machineName = std::string("\t arm64\0\0\0", 10);
-  EXPECT_EQ(modelIdentifier(), " arm64");  // spaces are not control characters
+  EXPECT_EQ(modelIdentifier(*deviceInfo_), " arm64");  // spaces are not control characters
   deviceInfo_->machineName = "caf\xC3\xA9";
-  EXPECT_EQ(modelIdentifier(), "");
+  EXPECT_EQ(modelIdentifier(*deviceInfo_), "");
   deviceInfo_->simulatorModel = "iPhone15,2";
-  EXPECT_EQ(modelIdentifier(), "iPhone15,2");
+  EXPECT_EQ(modelIdentifier(*deviceInfo_), "iPhone15,2");
 
   deviceInfo_->language.reset();
-  EXPECT_EQ(Constants::DeviceAnalytics::current().toJson().dump(),
+  EXPECT_EQ(Constants::DeviceAnalytics::from(*deviceInfo_).toJson().dump(),
             R"({"phone_model":"iPhone15,2","system_version":"12",)"
             R"("system_name":"Debian GNU/Linux"})");
 }

@@ -19,7 +19,7 @@ class OrvantaEventTest : public RecordsTest {};
 
 TEST_F(OrvantaEventTest, PurchaseEventWritesItsFourTypedMaps) {
   const Date when = Date::sinceReferenceDate(10.0);
-  OrvantaEvent event("0a1b2c", "purchase", 1700000000.25,
+  OrvantaEvent event("0a1b2c", "app-1", "purchase", 1700000000.25,
                      {{"sku", "A-1"}, {"qty", 2}, {"gift", false}, {"when", when}});
   EXPECT_TRUE(std::regex_match(
       event.uuidId, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}")));
@@ -31,7 +31,7 @@ TEST_F(OrvantaEventTest, PurchaseEventWritesItsFourTypedMaps) {
 }
 
 TEST_F(OrvantaEventTest, WithoutParametersTheMapsAreEmptyObjects) {
-  OrvantaEvent event("t", "open", 1.0, {});
+  OrvantaEvent event("t", "app-1", "open", 1.0, {});
   auto json = nlohmann::json::parse(*jsonText(event));
   for (const char* key : {"additionalStringFields", "additionalNumericFields",
                           "additionalBoolFields", "additionalDateFields"}) {
@@ -40,7 +40,7 @@ TEST_F(OrvantaEventTest, WithoutParametersTheMapsAreEmptyObjects) {
 }
 
 TEST_F(OrvantaEventTest, ParametersSortIntegerBeforeBooleanAndDropFractions) {
-  OrvantaEvent event("t", "e", 0,
+  OrvantaEvent event("t", "app-1", "e", 0,
                      {{"flag", true},
                       {"boxedFlag", Value::boxed(true)},
                       {"whole", Value::boxed(3.0)},
@@ -64,13 +64,13 @@ TEST_F(OrvantaEventTest, ParametersSortIntegerBeforeBooleanAndDropFractions) {
 }
 
 TEST_F(OrvantaEventTest, EventsMadeInTheSameInstantDifferInUuid) {
-  OrvantaEvent first("t", "e", 42.0, {});
-  OrvantaEvent second("t", "e", 42.0, {});
+  OrvantaEvent first("t", "app-1", "e", 42.0, {});
+  OrvantaEvent second("t", "app-1", "e", 42.0, {});
   EXPECT_NE(first.uuidId, second.uuidId);
 }
 
 TEST_F(OrvantaEventTest, DecodingKeepsTheStoredIdentifierAndNeedsAllEightKeys) {
-  OrvantaEvent event("t", "e", 1700000000.5,
+  OrvantaEvent event("t", "app-1", "e", 1700000000.5,
                      {{"s", "x"}, {"n", -3}, {"b", true}, {"d", Date::sinceReferenceDate(-1.5)}});
   const std::string text = *jsonText(event);
   auto decoded = OrvantaEvent::decode(text);

@@ -1,6 +1,6 @@
 #pragma once
 
-// Test support for the record tests: a fixed device description on the test platform, and
+// Test support for the record tests: a fixed device description, and
 // values printed as JSON in failure messages.
 
 #include <gtest/gtest.h>
@@ -10,10 +10,10 @@
 #include <ostream>
 #include <string>
 
+#include "models/orvanta_device.hpp"
 #include "models/value_json.hpp"
-#include "orvanta/platform.hpp"
+#include "orvanta/port/device_info.hpp"
 #include "orvanta/value.hpp"
-#include "testing/platform_test.hpp"
 
 namespace orvanta {
 
@@ -49,18 +49,15 @@ class FixedDeviceInfo : public port::DeviceInfo {
   }
 };
 
-/// Each test runs on a fresh test platform whose configuration file holds the application
-/// identifier "app-1" and whose device is a `FixedDeviceInfo`.
-class RecordsTest : public orvanta::testing::PlatformTest {
+/// Records of the application "app-1" on a `FixedDeviceInfo` device.
+class RecordsTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    PlatformTest::SetUp();
-    writeConfig({{"AppId", "app-1"}});
-    deviceInfo_ = std::make_shared<FixedDeviceInfo>();
-    platform()->deviceInfo = deviceInfo_;
+  /// A new device record for the installation `id`, describing `deviceInfo_`.
+  OrvantaDevice newDevice(const std::string& id) {
+    return OrvantaDevice(id, "IOS", "app-1", Constants::DeviceAnalytics::from(*deviceInfo_));
   }
 
-  std::shared_ptr<FixedDeviceInfo> deviceInfo_;
+  std::shared_ptr<FixedDeviceInfo> deviceInfo_ = std::make_shared<FixedDeviceInfo>();
 };
 
 }  // namespace orvanta::testing_records

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "networking/auth_data.hpp"
-#include "networking/mock_auth_data.hpp"
+#include "testing/mock_auth_data.hpp"
 #include "testing/platform_test.hpp"
 
 namespace orvanta {
@@ -30,8 +30,7 @@ class AuthDataConcurrencyTest : public testing::PlatformTest {};
 // whatever the interleaving, at most one retry is ever waiting, and the last one stays.
 TEST_F(AuthDataConcurrencyTest, OneRetryAtMostWhateverTheInterleaving) {
   auto service = std::make_shared<RefusingDevicesService>();
-  auto auth = MockAuthData::make(OrvantaDevice("u", "IOS"),
-                                 {.devicesService = service, .mainQueue = nullptr});
+  auto auth = MockAuthData::make(testing::makeDevice("u"), authDataDependencies(service));
 
   std::atomic<bool> stop{false};
   std::thread mainThread([&] {

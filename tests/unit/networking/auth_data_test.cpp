@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "models/json.hpp"
-#include "networking/mock_devices_service.hpp"
 #include "storage/data_convertible.hpp"
+#include "testing/mock_devices_service.hpp"
 #include "testing/platform_test.hpp"
 
 namespace orvanta {
@@ -61,15 +61,14 @@ class AuthDataTest : public testing::PlatformTest {
  protected:
   void SetUp() override {
     PlatformTest::SetUp();
-    auto counted = std::make_shared<Platform>(*platform());
-    store_ = std::make_shared<CountingSecureStore>(counted->secureStore);
-    counted->secureStore = store_;
-    installPlatform(counted);
+    store_ = std::make_shared<CountingSecureStore>(platform()->secureStore);
     enableLogging();
   }
 
   std::shared_ptr<AuthData> authData(std::shared_ptr<DevicesServiceProtocol> service) {
-    return AuthData::make({.devicesService = std::move(service), .mainQueue = nullptr});
+    auto dependencies = authDataDependencies(std::move(service));
+    dependencies.keychain = std::make_shared<KeychainAccess>(store_);
+    return AuthData::make(std::move(dependencies));
   }
   void store(const std::string& key, const std::string& text) {
     store_->remove(key);
@@ -97,7 +96,7 @@ TEST_F(AuthDataTest, WithNothingStoredAFreshRecordKeepsOneInstallationIdentifier
 }
 
 TEST_F(AuthDataTest, LowerCaseTypeIsMigratedAndWrittenBackOnce) {
-  OrvantaDevice old("uuid-old", "ios");
+  OrvantaDevice old = testing::makeDevice("uuid-old", "ios");
   old.deviceToken = "t0";
   store(kDeviceKey, *jsonText(old));
   const int before = store_->writes(kDeviceKey);
@@ -114,7 +113,7 @@ TEST_F(AuthDataTest, LowerCaseTypeIsMigratedAndWrittenBackOnce) {
   EXPECT_EQ(stored.value().type, "IOS");
 
   // Case matters: only "ios" is migrated.
-  OrvantaDevice other("uuid-2", "Ios");
+  OrvantaDevice other = testing::makeDevice("uuid-2", "Ios");
   store(kDeviceKey, *jsonText(other));
   EXPECT_EQ(auth->device().type, "Ios");
 }
@@ -141,7 +140,7 @@ TEST_F(AuthDataTest, ANewerRegistrationSupersedesRetriesOfAnOlderOne) {
 TEST_F(AuthDataTest, ARetryFindingItsOwnerGoneDoesNothing) {
   service_->scriptRegistrations({Error::statusCode(500)});
   auto auth = authData(service_);
-  auth->registerDevice(OrvantaDevice("u", "IOS"), "ok");
+  auth->registerDevice(testing::makeDevice("u"), "ok");
   EXPECT_EQ(mainQueue().pendingCount(), 1u);
   auth.reset();  // cancels the pending retry
   EXPECT_EQ(mainQueue().advance(kMinute), 0u);

@@ -85,21 +85,21 @@ TEST(RequestTest, IdentifiersStayInsideTheirPathSegment) {
 }
 
 TEST_F(RequestBuildingTest, CredentialsAreReadAtBuildingTimeAndSentEvenWhenEmpty) {
-  Orvanta::shared();
+  const CredentialsSource& credentials = *context().configFile();
   auto reg = DevicesEndPoint::lastPush("tok");
-  auto eventCall = EventsEndPoint::event(OrvantaEvent("tok", "opened", 1.5, {}));
+  auto eventCall = EventsEndPoint::event(OrvantaEvent("tok", "app", "opened", 1.5, {}));
   OrvantaNotificationStatus status;
-  EXPECT_THAT(reg.headers(),
+  EXPECT_THAT(reg.headers(credentials),
               ElementsAre(Pair("X-Orvanta-App-Token", ""), Pair("X-Orvanta-App-Secret", ""),
                           Pair("Authorization", "u8jzPde0IgxLd6GncfBAepfJBd0Kh8oOOL8")));
-  EXPECT_THAT(eventCall.headers(), ElementsAre(Pair("Authorization", "")));
+  EXPECT_THAT(eventCall.headers(credentials), ElementsAre(Pair("Authorization", "")));
 
   writeConfig(testing::credentials("app", "tok-1", "sec-1", "ev-1"));
   EXPECT_THAT(
-      PushesEndPoint::reports(status).headers(),
+      PushesEndPoint::reports(status).headers(credentials),
       ElementsAre(Pair("X-Orvanta-App-Token", "tok-1"), Pair("X-Orvanta-App-Secret", "sec-1"),
                   Pair("Authorization", "u8jzPde0IgxLd6GncfBAepfJBd0Kh8oOOL8")));
-  EXPECT_THAT(eventCall.headers(), ElementsAre(Pair("Authorization", "ev-1")));
+  EXPECT_THAT(eventCall.headers(credentials), ElementsAre(Pair("Authorization", "ev-1")));
 }
 
 TEST(ServiceBaseURLsTest, OnlyHttpsOrLoopbackHttpBasesEndingInASlash) {

@@ -41,7 +41,7 @@ struct ProbeEndPoint {
   std::string path() const { return "probe"; }
   HTTPMethod httpMethod() const { return HTTPMethod::post; }
   HTTPTask task() const { return HTTPTask::requestWithParameters(body); }
-  port::HttpHeaders headers() const { return {{"Authorization", "probe"}}; }
+  port::HttpHeaders headers(const CredentialsSource&) const { return {{"Authorization", "probe"}}; }
 };
 static_assert(EndPointType<ProbeEndPoint>);
 
@@ -56,11 +56,11 @@ class RouterTest : public testing::PlatformTest {
   void SetUp() override {
     PlatformTest::SetUp();
     enableLogging();
+    router_ = Router<ProbeEndPoint>::make({client_, context().configFile()});
   }
   // The rows the real HTTP client cannot produce; the others run against loopback servers.
   std::shared_ptr<HeldHttpClient> client_ = std::make_shared<HeldHttpClient>();
-  std::shared_ptr<Router<ProbeEndPoint>> router_ =
-      Router<ProbeEndPoint>::make({.httpClient = client_});
+  std::shared_ptr<Router<ProbeEndPoint>> router_;
 };
 
 TEST_F(RouterTest, EncodingFailureRejectsAndSendsNothing) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "analytics/orvanta_analytics_impl.hpp"
+#include "analytics/event_database.hpp"
 #include "storage/documents_directory.hpp"
 #include "testing/platform_test.hpp"
 
@@ -52,7 +52,7 @@ class RawConnection {
 };
 
 OrvantaEvent makeEvent(const std::string& name, const ValueMap& parameters = {}) {
-  return OrvantaEvent("token", name, 1700000000.25, parameters);
+  return OrvantaEvent("token", "app", name, 1700000000.25, parameters);
 }
 
 std::vector<std::string> names(const std::vector<EventDatabase::Row>& rows) {
@@ -221,13 +221,13 @@ class NoDocuments : public port::FileLocations {
 
 TEST_F(DatabaseTest, WithoutDocumentsDirectoryTheKitUsesATemporaryDatabase) {
   enableLogging();
-  auto db = detail::openEventDatabase();
+  auto db = openEventDatabase(*platform()->fileLocations);
   ASSERT_NE(db, nullptr);
   EXPECT_TRUE(std::filesystem::exists(path()));  // the data folder was created for it
 
-  platform()->fileLocations = std::make_shared<NoDocuments>();
-  EXPECT_EQ(urlForFileInDocumentsDirectory("Orvanta.sqlite"), std::nullopt);
-  auto temporary = detail::openEventDatabase();
+  NoDocuments noDocuments;
+  EXPECT_EQ(urlForFileInDocumentsDirectory(noDocuments, "Orvanta.sqlite"), std::nullopt);
+  auto temporary = openEventDatabase(noDocuments);
   ASSERT_NE(temporary, nullptr);
   temporary->add(std::make_shared<const OrvantaEvent>(makeEvent("kept in memory")));
   EXPECT_EQ(temporary->allRows().size(), 1u);

@@ -53,36 +53,36 @@ TEST_F(StoresTest, StoresFollowTheInstalledPlatform) {
 }
 
 TEST_F(StoresTest, DeviceUuidIsMadeOnceAndKept) {
-  std::string uuid = DeviceUuidProvider::uuid();
+  std::string uuid = DeviceUuidProvider::uuid(*Store::keychain());
   EXPECT_TRUE(std::regex_match(
       uuid, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
       << uuid;
-  EXPECT_EQ(DeviceUuidProvider::uuid(), uuid);
+  EXPECT_EQ(DeviceUuidProvider::uuid(*Store::keychain()), uuid);
   EXPECT_EQ(Store::keychain()->get<std::string>("uuid"), uuid);
 
   // A later launch over the same files finds the same identifier.
   installPlatform(testPlatform().relaunch());
-  EXPECT_EQ(DeviceUuidProvider::uuid(), uuid);
+  EXPECT_EQ(DeviceUuidProvider::uuid(*Store::keychain()), uuid);
 
-  DeviceUuidProvider::setUuid("11111111-2222-4333-8444-555555555555");
-  EXPECT_EQ(DeviceUuidProvider::uuid(), "11111111-2222-4333-8444-555555555555");
+  DeviceUuidProvider::setUuid(*Store::keychain(), "11111111-2222-4333-8444-555555555555");
+  EXPECT_EQ(DeviceUuidProvider::uuid(*Store::keychain()), "11111111-2222-4333-8444-555555555555");
 }
 
 TEST_F(StoresTest, DeviceUuidThatIsNotUtf8ReadsEmptyWithoutANewOne) {
   Store::keychain()->set(Bytes{0xFF, 0xFE}, "uuid");
-  EXPECT_EQ(DeviceUuidProvider::uuid(), "");
+  EXPECT_EQ(DeviceUuidProvider::uuid(*Store::keychain()), "");
   EXPECT_EQ(Store::keychain()->get<Bytes>("uuid"), (Bytes{0xFF, 0xFE}));
 
   // Text that is not UTF-8 can't be stored: the old item stays.
-  DeviceUuidProvider::setUuid("\xC0\xAF");
+  DeviceUuidProvider::setUuid(*Store::keychain(), "\xC0\xAF");
   EXPECT_EQ(Store::keychain()->get<Bytes>("uuid"), (Bytes{0xFF, 0xFE}));
 }
 
 TEST_F(StoresTest, UnreadableKeystoreMakesANewUuidEveryTime) {
   // The key store folder is a plain file: nothing can be read or written.
   testing::writeFile(testPlatform().secureStoreDirectory(), "not a folder");
-  std::string first = DeviceUuidProvider::uuid();
-  std::string second = DeviceUuidProvider::uuid();
+  std::string first = DeviceUuidProvider::uuid(*Store::keychain());
+  std::string second = DeviceUuidProvider::uuid(*Store::keychain());
   EXPECT_EQ(first.size(), 36u);
   EXPECT_NE(first, second);
 }

@@ -1,4 +1,4 @@
-#include "models/json_coding.hpp"
+#include "core/json_coding.hpp"
 
 #include <cmath>
 #include <limits>

@@ -1,7 +1,7 @@
 #include "orvanta/orvanta_configuration.hpp"
 
-#include "core/config_file_helper.hpp"
 #include "core/logging_switch.hpp"
+#include "entry/platform_installation.hpp"
 
 namespace orvanta {
 
@@ -12,28 +12,28 @@ std::shared_ptr<OrvantaConfiguration> OrvantaConfiguration::defaultConfiguration
 }
 
 std::string OrvantaConfiguration::appId() const {
-  return OrvantaConfigFileHelper::appId();
+  return detail::processContext()->configFile()->appId();
 }
 
 std::string OrvantaConfiguration::token() const {
-  return OrvantaConfigFileHelper::token();
+  return detail::processContext()->configFile()->token();
 }
 
 std::string OrvantaConfiguration::secret() const {
-  return OrvantaConfigFileHelper::secret();
+  return detail::processContext()->configFile()->secret();
 }
 
 std::string OrvantaConfiguration::eventsToken() const {
-  return OrvantaConfigFileHelper::eventsToken();
+  return detail::processContext()->configFile()->eventsToken();
 }
 
 bool OrvantaConfiguration::isLoggingEnabled() const {
-  return detail::isLoggingEnabled();
+  return detail::isLoggingEnabled(*detail::processContext()->platform()->preferences);
 }
 
 void OrvantaConfiguration::setIsLoggingEnabled(bool enabled) {
   loggingChoice_.store(enabled ? kOn : kOff);
-  detail::setLoggingEnabled(enabled);
+  detail::setLoggingEnabled(*detail::processContext()->platform()->preferences, enabled);
 }
 
 }  // namespace orvanta

@@ -1,4 +1,4 @@
-#include "networking/mock_auth_data.hpp"
+#include "testing/mock_auth_data.hpp"
 
 #include <utility>
 

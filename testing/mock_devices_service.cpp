@@ -1,4 +1,4 @@
-#include "networking/mock_devices_service.hpp"
+#include "testing/mock_devices_service.hpp"
 
 #include <utility>
 

@@ -1,0 +1,32 @@
+#include "entry/kit_context.hpp"
+
+#include <utility>
+
+#include "networking/devices_service.hpp"
+
+namespace orvanta::detail {
+
+KitContext::KitContext(std::shared_ptr<Platform> platform,
+                       std::shared_ptr<const CredentialsSource> requestCredentials)
+    : platform_(std::move(platform)),
+      configFile_(std::make_shared<OrvantaConfigFileHelper>(platform_->bundle)),
+      requestCredentials_(requestCredentials ? std::move(requestCredentials) : configFile_),
+      keychain_(std::make_shared<KeychainAccess>(platform_->secureStore)),
+      userDefaults_(std::make_shared<UserDefaultsAccess>(platform_->preferences)),
+      commonData_(std::make_shared<CommonData>(userDefaults_)) {
+  authData_ = AuthData::make({
+      .devicesService = std::make_shared<DevicesService>(router<DevicesEndPoint>()),
+      .mainQueue = platform_->mainQueue,
+      .keychain = keychain_,
+      .configFile = configFile_,
+      .deviceInfo = platform_->deviceInfo,
+  });
+}
+
+std::shared_ptr<EventDatabase> KitContext::eventStore() const {
+  std::call_once(eventStoreOnce_,
+                 [this] { eventStore_ = openEventDatabase(*platform_->fileLocations); });
+  return eventStore_;
+}
+
+}  // namespace orvanta::detail
