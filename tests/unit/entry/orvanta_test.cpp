@@ -70,5 +70,25 @@ TEST_F(OrvantaTest, TheLoggingSwitchIsSharedAndPersisted) {
   EXPECT_FALSE(another.configuration()->isLoggingEnabled());
 }
 
+using PlatformInstallationTest = testing::PlatformTest;
+
+TEST_F(PlatformInstallationTest, AnIncompletePlatformIsCompletedPortByPort) {
+  auto partial = std::make_shared<Platform>(*platform());
+  partial->clock = nullptr;
+  partial->bundle = nullptr;
+  installPlatform(partial);
+  auto installed = currentPlatform();
+  EXPECT_NE(installed->clock, nullptr);
+  EXPECT_NE(installed->bundle, nullptr);
+  // Everything the host gave is used as it is: no second main queue, HTTP client or store.
+  EXPECT_EQ(installed->mainQueue, platform()->mainQueue);
+  EXPECT_EQ(installed->httpClient, platform()->httpClient);
+  EXPECT_EQ(installed->preferences, platform()->preferences);
+  EXPECT_EQ(installed->logSink, platform()->logSink);
+  // A complete platform is installed as it is.
+  installPlatform(platform());
+  EXPECT_EQ(currentPlatform(), platform());
+}
+
 }  // namespace
 }  // namespace orvanta
