@@ -148,7 +148,10 @@ TEST_F(GtkAlertTest, TheApplicationsActiveWindowIsTheKeyWindow) {
   {
     GtkPresenter presenter(application);
     EXPECT_EQ(windowOf(presenter.keyWindowRootScreen()), appWindow);
-    presenter.presentAlert(nullptr, port::Alert{"Hello", std::nullopt, {}}, true);
+    presenter.presentAlert(
+        nullptr,
+        port::Alert{"Hello", std::nullopt, {{"OK", port::AlertActionStyle::defaultStyle, {}}}},
+        true);
     GtkWindow* shown = shownAlert();
     ASSERT_NE(shown, nullptr);
     EXPECT_EQ(gtk_window_get_transient_for(shown), appWindow)

@@ -26,7 +26,8 @@ namespace orvanta::gtk_platform {
 /// and a close button, a progress bar 2 pixels high under it, the page, and a toolbar with back
 /// and forward buttons. Animation requests are ignored.
 ///
-/// Main context only (the thread that runs GTK): build, call and destroy it there.
+/// Main context only (the thread that runs GTK, after GTK is initialised): build, call and destroy
+/// it there.
 class GtkPresenter : public port::Presenter {
  public:
   /// `application` (may be null) tells which window is the key window; a reference is held.
