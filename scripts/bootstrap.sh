@@ -9,6 +9,8 @@ packages=(
   nlohmann-json3-dev libplist-dev libplist-utils libcurl4-openssl-dev libsqlite3-dev
   libmicrohttpd-dev openssl
   clang libclang-rt-14-dev clang-format
+  # GTK 4 / WebKitGTK presentation adapter (optional target) and its tests on a private X server
+  libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth
 )
 
 missing=()

@@ -1,0 +1,134 @@
+#include "inapp/orvanta_web_view_controller.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "testing/fake_presenter.hpp"
+#include "testing/fake_web_engine.hpp"
+#include "testing/manual_main_queue.hpp"
+
+namespace orvanta {
+namespace {
+
+using port::WebEngineProperty;
+using testing::FakeWebViewSurface;
+
+class OrvantaWebViewControllerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    controller_ = std::make_shared<OrvantaWebViewController>(
+        "https://example.test/first", OrvantaWebViewController::Dependencies{mainQueue_});
+    surface_ = std::make_shared<FakeWebViewSurface>(controller_);
+    controller_->viewDidLoad(surface_);
+  }
+
+  testing::FakeWebEngine& engine() { return surface_->engine(); }
+
+  std::shared_ptr<testing::ManualMainQueue> mainQueue_ =
+      std::make_shared<testing::ManualMainQueue>();
+  std::shared_ptr<OrvantaWebViewController> controller_;
+  std::shared_ptr<FakeWebViewSurface> surface_;
+};
+
+TEST_F(OrvantaWebViewControllerTest, LoadsItsURLAndStartsInStepWithTheEngine) {
+  EXPECT_EQ(engine().loadedURLs(), std::vector<std::string>{"https://example.test/first"});
+  // The surface's buttons start enabled; nothing in the history yet, so both are switched off.
+  EXPECT_FALSE(surface_->backEnabled());
+  EXPECT_FALSE(surface_->forwardEnabled());
+  EXPECT_EQ(surface_->title(), std::nullopt);
+  EXPECT_EQ(surface_->progress(), 0.0);
+  for (auto property : {WebEngineProperty::title, WebEngineProperty::estimatedProgress,
+                        WebEngineProperty::canGoBack, WebEngineProperty::canGoForward}) {
+    EXPECT_EQ(engine().observerCount(property), 1u);
+  }
+}
+
+TEST_F(OrvantaWebViewControllerTest, TitleAndProgressFollowThePage) {
+  engine().setProgress(0.25);
+  EXPECT_EQ(surface_->progress(), 0.25);
+  engine().setProgress(1.7);  // an engine overshooting still draws a full bar, no more
+  EXPECT_EQ(surface_->progress(), 1.0);
+
+  engine().finishLoading("First page");
+  EXPECT_EQ(surface_->title(), "First page");
+  engine().setTitle("First page (2 unread)");
+  EXPECT_EQ(surface_->title(), "First page (2 unread)");
+  engine().setTitle(std::nullopt);
+  EXPECT_EQ(surface_->title(), std::nullopt);
+}
+
+TEST_F(OrvantaWebViewControllerTest, BackAndForwardAreEnabledExactlyWhenTheHistoryAllows) {
+  engine().finishLoading("First page");
+  engine().load("https://example.test/second");  // following a link
+  engine().finishLoading("Second page");
+  EXPECT_TRUE(surface_->backEnabled());
+  EXPECT_FALSE(surface_->forwardEnabled());
+  EXPECT_EQ(surface_->title(), "Second page");
+
+  ASSERT_TRUE(surface_->pressBack());
+  EXPECT_EQ(engine().currentURL(), "https://example.test/first");
+  EXPECT_FALSE(surface_->backEnabled());
+  EXPECT_TRUE(surface_->forwardEnabled());
+
+  ASSERT_TRUE(surface_->pressForward());
+  EXPECT_EQ(engine().currentURL(), "https://example.test/second");
+  EXPECT_TRUE(surface_->backEnabled());
+  EXPECT_FALSE(surface_->forwardEnabled());
+  EXPECT_EQ(engine().goBackCount(), 1u);
+  EXPECT_EQ(engine().goForwardCount(), 1u);
+
+  // A press that arrives when the history no longer allows it moves nothing.
+  controller_->forwardToolbarButtonPressed();
+  EXPECT_EQ(engine().goForwardCount(), 1u);
+  engine().load("https://example.test/third");
+  controller_->backToolbarButtonPressed();
+  controller_->backToolbarButtonPressed();
+  controller_->backToolbarButtonPressed();  // already on the first page
+  EXPECT_EQ(engine().goBackCount(), 3u);
+  EXPECT_EQ(engine().currentURL(), "https://example.test/first");
+}
+
+TEST_F(OrvantaWebViewControllerTest, CloseDismissesAnimatedFromTheMainQueueAndReleasesTheScreen) {
+  surface_->pressClose();
+  EXPECT_EQ(surface_->dismissCount(), 0u) << "the dismissal waits for the main queue";
+  mainQueue_->runUntilIdle();
+  EXPECT_EQ(surface_->dismissCount(), 1u);
+  EXPECT_TRUE(surface_->lastDismissAnimated());
+
+  // The surface let the screen go: with the last owner gone, the engine is watched no more.
+  std::weak_ptr<OrvantaWebViewController> weakController = controller_;
+  controller_.reset();
+  EXPECT_TRUE(weakController.expired());
+  EXPECT_EQ(engine().observerCount(WebEngineProperty::title), 0u);
+  engine().setTitle("After close");  // nothing listening, nothing breaks
+}
+
+TEST_F(OrvantaWebViewControllerTest, AClosePressedAfterTheSurfaceIsGoneDoesNothing) {
+  controller_->closeButtonPressed();
+  surface_.reset();
+  EXPECT_EQ(mainQueue_->runUntilIdle(), 1u);
+  controller_->backToolbarButtonPressed();  // no surface, no engine: nothing to do
+}
+
+TEST(OrvantaWebViewControllerPresentationTest, APresenterBuildsTheSurfaceAndTheScreenLoads) {
+  auto mainQueue = std::make_shared<testing::ManualMainQueue>();
+  testing::RecordingPresenter presenter;
+  auto root = testing::FakeScreen::plain("root");
+  auto controller = std::make_shared<OrvantaWebViewController>(
+      "https://example.test/offer", OrvantaWebViewController::Dependencies{mainQueue});
+  presenter.presentWebViewScreen(root, controller, true);
+
+  ASSERT_EQ(presenter.webViews().size(), 1u);
+  const auto& shown = presenter.webViews()[0];
+  EXPECT_EQ(shown.on, root);
+  EXPECT_EQ(shown.surface->engine().loadedURLs(),
+            std::vector<std::string>{"https://example.test/offer"});
+  shown.surface->engine().finishLoading("Offer");
+  EXPECT_EQ(shown.surface->title(), "Offer");
+}
+
+}  // namespace
+}  // namespace orvanta
