@@ -10,6 +10,7 @@ packages=(
   libmicrohttpd-dev openssl
   clang libclang-rt-14-dev clang-format
   libglib2.0-dev
+  gobjc++-12
 )
 
 missing=()
