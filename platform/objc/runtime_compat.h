@@ -3,7 +3,7 @@
 // Everything else uses the runtime functions both offer (class_getInstanceMethod,
 // class_addMethod, method_exchangeImplementations, class_conformsToProtocol, objc_getClassList,
 // class_respondsToSelector, class_getMethodImplementation...) and a root class of our own, so
-// neither a foundation library nor its root class is needed.
+// no class library beyond the runtime is needed.
 #pragma once
 
 #include <objc/runtime.h>
