@@ -158,17 +158,6 @@ TEST(ClassGetSubclasses, TheParentAndItsDescendantsInTheRuntimesListOrder) {
   EXPECT_TRUE(ClassGetSubclasses(nullptr).empty());
 }
 
-TEST(SelectorChecks, OverridingMeansAnImplementationOtherThanTheSuperclasss) {
-  EXPECT_TRUE(checkIfInstanceOverridesSelector([SwzValueBase class], @selector(value)));
-  EXPECT_FALSE(checkIfInstanceOverridesSelector([SwzInherits class], @selector(value)));
-  EXPECT_TRUE(checkIfInstanceOverridesSelector([SwzOverridesFirst class], @selector(value)));
-  EXPECT_FALSE(checkIfInstanceOverridesSelector([SwzTop class], @selector(value)));
-
-  EXPECT_TRUE(
-      checkIfOriginalClassHasAlreadyImplementedSelector([SwzInherits class], @selector(value)));
-  EXPECT_FALSE(checkIfOriginalClassHasAlreadyImplementedSelector([SwzTop class], @selector(value)));
-}
-
 TEST(ExchangeImplementations, ExchangesAnExistingMethodAndUndoesItTheSecondTime) {
   exchangeImplementations([SwzDonor class], @selector(kitValue), [SwzTarget class],
                           @selector(value));
