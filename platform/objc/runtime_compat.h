@@ -1,4 +1,5 @@
-// The only place where the two Objective-C runtimes the interception is built for differ.
+// The only place where the two Objective-C runtimes the interception is built for differ (and
+// where one of them needs help).
 //
 // Everything else uses the runtime functions both offer (class_getInstanceMethod,
 // class_addMethod, method_exchangeImplementations, class_conformsToProtocol, objc_getClassList,
@@ -51,6 +52,22 @@ inline void callCompletionHandler(OrvantaResponseCompletionHandler handler) {
   if (handler != nullptr && *handler) {
     (*handler)();
   }
+#endif
+}
+
+/// Readies `cls` (and its superclasses) for an exchange of their methods' implementations.
+///
+/// GCC's runtime stores an exchanged implementation in the dispatch table of each class that owns
+/// one of the two methods. A class that has not dispatched an instance message yet has no table of
+/// its own but the one shared by all such classes, so the exchange would make every class not used
+/// yet answer that selector with that implementation. Asking the class for an implementation that
+/// nothing defines builds its own table first. The other runtime needs nothing.
+inline void prepareForMethodExchange(Class cls) {
+#if defined(__GNU_LIBOBJC__)
+  static const SEL kNeverDefined = sel_registerName("orvantaDispatchTableProbe");
+  (void)class_getMethodImplementation(cls, kNeverDefined);
+#else
+  (void)cls;
 #endif
 }
 

@@ -29,6 +29,7 @@ void exchangeImplementations(Class sourceClass, SEL sourceSelector, Class target
     return;
   }
   class_addMethod(targetClass, sourceSelector, sourceImplementation, types);
+  prepareForMethodExchange(targetClass);
   method_exchangeImplementations(targetMethod,
                                  class_getInstanceMethod(targetClass, sourceSelector));
 }

@@ -51,6 +51,10 @@
 @end
 @interface SwzEmpty : OrvantaObjcObject
 @end
+/// Unused until the exchange on SwzTarget has happened.
+@interface SwzBystander : OrvantaObjcObject
+- (int)value;
+@end
 // A base with `value`, a subclass that inherits it and two that override it.
 @interface SwzValueBase : OrvantaObjcObject
 - (int)value;
@@ -78,6 +82,11 @@
 }
 @end
 @implementation SwzEmpty
+@end
+@implementation SwzBystander
+- (int)value {
+  return 7;
+}
 @end
 @implementation SwzValueBase
 - (int)value {
@@ -163,6 +172,11 @@ TEST(ExchangeImplementations, ExchangesAnExistingMethodAndUndoesItTheSecondTime)
                           @selector(value));
   EXPECT_EQ(call([SwzTarget class], @selector(value)), 100);
   EXPECT_EQ(call([SwzTarget class], @selector(kitValue)), 1) << "the target's own, moved";
+  // Asked before any instance of it has dispatched a message, a class unrelated to the exchange
+  // still answers its own implementation.
+  EXPECT_EQ(
+      class_getMethodImplementation([SwzBystander class], @selector(value)),
+      method_getImplementation(class_getInstanceMethod([SwzBystander class], @selector(value))));
 
   exchangeImplementations([SwzDonor class], @selector(kitValue), [SwzTarget class],
                           @selector(value));
