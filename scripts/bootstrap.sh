@@ -9,8 +9,9 @@ packages=(
   nlohmann-json3-dev libplist-dev libplist-utils libcurl4-openssl-dev libsqlite3-dev
   libmicrohttpd-dev openssl
   clang libclang-rt-14-dev clang-format
-  # GTK 4 / WebKitGTK presentation adapter (optional target) and its tests on a private X server
-  libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth
+  # Optional desktop adapters and their tests: GIO (network monitor, D-Bus), GTK 4 / WebKitGTK
+  # on a private X server, the Objective-C runtime for delegate interception
+  libglib2.0-dev libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth gobjc++-12
 )
 
 missing=()
