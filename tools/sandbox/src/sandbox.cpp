@@ -265,18 +265,22 @@ class Sandbox::Impl {
                     std::string(endpointName(route.endpoint)) + " takes " +
                         std::string(route.method) + ", not " + request.method);
     }
+    if (auto reason = contract::checkUniqueHeaders(request.headers)) {
+      return refuse(Violation::Kind::contract, request, 400, *reason);
+    }
     if (auto reason = checkCredentials(request, route.endpoint)) {
       return refuse(Violation::Kind::credentials, request, 401, *reason);
+    }
+    if (route.endpoint == Endpoint::event) {
+      if (auto reason = contract::checkEventHeaders(request.headers)) {
+        return refuse(Violation::Kind::contract, request, 400, *reason);
+      }
     }
     if (exchange.tooLarge) {
       return refuse(Violation::Kind::contract, request, 413, "the body is too large");
     }
-    if (!request.body.empty()) {
-      const auto contentType = request.header("Content-Type");
-      if (!contentType || !contract::isJsonContentType(*contentType)) {
-        return refuse(Violation::Kind::contract, request, 400,
-                      "a body without \"Content-Type: application/json\"");
-      }
+    if (auto reason = contract::checkContentType(request.header("Content-Type"))) {
+      return refuse(Violation::Kind::contract, request, 400, *reason);
     }
 
     const std::string_view what = endpointName(route.endpoint);
