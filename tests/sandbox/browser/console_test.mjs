@@ -186,18 +186,27 @@ try {
       await page.locator('#event-rows tr', { hasText: 'after_fault' }).waitFor();
     });
 
-  await step('each fault can be cleared from the page', async () => {
-    await page.selectOption('#fault-endpoint', '*');
+  await step('faults are injected and cleared with the keyboard alone', async () => {
     await page.fill('#fault-status', '');
     await page.fill('#fault-count', '');
-    await page.fill('#fault-delay', '250');
-    await page.check('#fault-drop');
-    await page.click('#fault-inject');
+    await page.focus('#fault-endpoint');
+    await page.keyboard.press('Home');  // the first choice: every endpoint ("*")
+    assert.equal(await page.inputValue('#fault-endpoint'), '*');
+    await page.keyboard.press('Tab');  // answer status
+    await page.keyboard.press('Tab');  // delay
+    await page.keyboard.type('250');
+    await page.keyboard.press('Tab');  // count
+    await page.keyboard.press('Tab');  // "close the connection"
+    await page.keyboard.press('Space');
+    await page.keyboard.press('Tab');  // "add Content-Type"
+    await page.keyboard.press('Tab');  // "Inject fault"
+    await page.keyboard.press('Enter');
     const fault = page.locator('#fault-list .fault', { hasText: 'close the connection' });
     await fault.waitFor();
     assert.deepEqual((await control.call('GET', 'state')).faults['*'],
       { status: null, count: null, delay_ms: 250, drop: true, content_type: false });
-    await page.getByRole('button', { name: 'Clear the fault on *' }).click();
+    await page.getByRole('button', { name: 'Clear the fault on *' }).focus();
+    await page.keyboard.press('Space');
     await fault.waitFor({ state: 'detached' });
     assert.deepEqual((await control.call('GET', 'state')).faults, {});
     await page.uncheck('#fault-drop');

@@ -43,6 +43,7 @@ export class Child {
     this.lines = [];
     this.waiters = [];
     this.process = spawn(command, args, { stdio: ['pipe', 'pipe', 'pipe'], ...options });
+    this.process.stdin.on('error', () => {});  // a child that is gone reads nothing more
     this.exited = new Promise((resolve) => {
       this.process.on('exit', (code, signal) => resolve({ code, signal }));
     });
@@ -169,7 +170,7 @@ export async function launchChromium(chromiumPath) {
   const context = await playwright.chromium.launchPersistentContext(profile, {
     executablePath: chromiumPath,
     headless: true,
-    viewport: { width: 1440, height: 900 },
+    viewport: { width: 1366, height: 768 },  // a common laptop screen
     args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
       '--disable-background-networking', '--disable-component-update', '--disable-sync'],
   });
