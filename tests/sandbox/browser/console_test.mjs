@@ -24,6 +24,8 @@ for (const required of ['sandbox', 'host', 'bundle', 'artifacts']) {
 }
 const chromiumPath = options.chromium || '/usr/bin/chromium';
 mkdirSync(options.artifacts, { recursive: true });
+const failureScreenshot = path.join(options.artifacts, 'console-failure.png');
+rmSync(failureScreenshot, { force: true });  // from an earlier run
 
 // The token console_kit_host's platform delivers, in the kit's hex form.
 const TOKEN = Array.from({ length: 32 }, (_, i) => ((i * 29 + 7) & 0xff).toString(16).padStart(2, '0'))
@@ -235,7 +237,7 @@ try {
   failed = true;
   console.error(`FAILED in "${steps[steps.length - 1]}": ${error.stack || error}`);
   try {
-    await page.screenshot({ path: path.join(options.artifacts, 'console-failure.png'), fullPage: true });
+    await page.screenshot({ path: failureScreenshot, fullPage: true });
   } catch {
     // the browser may be gone
   }
