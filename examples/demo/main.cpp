@@ -77,6 +77,7 @@ class Services {
       options.credentials = orvanta::sandbox::loadCredentials(bundle_ + "/OrvantaConfig.plist");
       sandbox_ = orvanta::sandbox::Sandbox::start(options);
       say("orvanta-sandbox listening on " + sandbox_->baseUrl());
+      std::printf("orvanta-sandbox console at %s\n", sandbox_->consoleUrl().c_str());
       orvanta::setServiceBaseURLs(sandbox_->baseUrl(), sandbox_->baseUrl());
     }
     return *sandbox_;

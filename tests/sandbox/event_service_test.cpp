@@ -46,6 +46,11 @@ TEST_F(EventServiceTest, EventsThatBreakTheContractAreRefused) {
       {"\"pushId\" has no \"|||\"", [](json& e) { e["pushId"] = "a1b2c3"; }},
       {"does not end in this application's id", [](json& e) { e["pushId"] = "a1b2c3|||other"; }},
       {"does not end in this application's id", [](json& e) { e["pushId"] = "a1b2c3|||"; }},
+      {"no device token before \"|||\"",
+       [](json& e) {
+         const auto pushId = e["pushId"].get<std::string>();
+         e["pushId"] = pushId.substr(pushId.find("|||"));
+       }},
       {"missing \"eventName\"", [](json& e) { e.erase("eventName"); }},
       {"unexpected key \"name\"", [](json& e) { e["name"] = "purchase"; }},
       {"\"createdAt\" is not a number", [](json& e) { e["createdAt"] = "1700000000"; }},

@@ -119,6 +119,81 @@ TEST_F(RequestChecksTest, BodiesMustBeLabelledAndValidJsonAndTheServerKeepsServi
   EXPECT_EQ(sandbox->eventCount(), 1U);
 }
 
+TEST_F(RequestChecksTest, EveryRequestIsLabelledExactlyAsJsonWithBodyOrWithout) {
+  const Credentials& c = credentials();
+  const auto pushWith = [&](const std::string& contentType) {
+    auto headers = pushHeaders(c);
+    headers.erase(headers.begin());  // "Content-Type: application/json" comes first
+    if (!contentType.empty()) {
+      headers.push_back("Content-Type: " + contentType);
+    }
+    return headers;
+  };
+  const std::string device = validDevice(c, "user-1").dump();
+  for (const std::string contentType :
+       {"application/json; charset=utf-8", "Application/JSON", "application/json;"}) {
+    SCOPED_TRACE(contentType);
+    EXPECT_EQ(client.send("POST", url("devices"), pushWith(contentType), device).status, 400);
+    EXPECT_NE(lastViolation().find("not exactly \"application/json\""), std::string::npos)
+        << lastViolation();
+  }
+  // The body-less requests carry the header too.
+  EXPECT_EQ(client.send("GET", url("devices/a1b2c3/last_push"), pushWith("")).status, 400);
+  EXPECT_NE(lastViolation().find("missing \"Content-Type"), std::string::npos);
+  EXPECT_EQ(client.send("POST", url("devices/a1b2c3"), pushWith("")).status, 400);
+  EXPECT_EQ(client.send("POST", url("devices/a1b2c3"), pushWith("text/plain")).status, 400);
+  EXPECT_TRUE(sandbox->devices().empty());
+  EXPECT_EQ(sandbox->violations().size(), 6U);
+  EXPECT_EQ(sandbox->violations().back().kind, Violation::Kind::contract);
+  EXPECT_EQ(
+      client.send("GET", url("devices/a1b2c3/last_push"), pushWith("application/json")).status,
+      404);
+}
+
+TEST_F(RequestChecksTest, EventsCarryNoPushCredentialsAndNoHeaderFieldTwice) {
+  const Credentials& c = credentials();
+  const std::string event = validEvent(c).dump();
+  for (const std::string& extra :
+       std::vector<std::string>{"X-Orvanta-App-Token: " + c.token, "x-orvanta-app-secret: s"}) {
+    SCOPED_TRACE(extra);
+    auto headers = eventHeaders(c);
+    headers.push_back(extra);
+    EXPECT_EQ(client.send("POST", url("event"), headers, event).status, 400);
+    EXPECT_NE(lastViolation().find("the push service's header"), std::string::npos)
+        << lastViolation();
+  }
+
+  const auto twice = [](std::vector<std::string> headers, const std::string& repeated) {
+    headers.push_back(repeated);
+    return headers;
+  };
+  // Even a repeat with the same value, and whatever the case of the name.
+  EXPECT_EQ(client
+                .send("POST", url("event"),
+                      twice(eventHeaders(c), "authorization: " + c.eventsToken), event)
+                .status,
+            400);
+  EXPECT_NE(lastViolation().find("appears more than once"), std::string::npos) << lastViolation();
+  EXPECT_EQ(
+      client
+          .send("POST", url("devices"), twice(pushHeaders(c), "Content-Type: application/json"),
+                validDevice(c, "u").dump())
+          .status,
+      400);
+  EXPECT_EQ(client
+                .send("GET", url("devices/a1b2c3/last_push"),
+                      twice(pushHeaders(c), "X-Orvanta-App-Secret: " + c.secret))
+                .status,
+            400);
+  const auto violations = sandbox->violations();
+  ASSERT_EQ(violations.size(), 5U);
+  for (const auto& violation : violations) {
+    EXPECT_EQ(violation.kind, Violation::Kind::contract);
+  }
+  EXPECT_EQ(sandbox->eventCount(), 0U);
+  EXPECT_TRUE(sandbox->devices().empty());
+}
+
 TEST_F(RequestChecksTest, UnknownPathsAndWrongMethodsAreRefused) {
   const auto headers = pushHeaders(credentials());
   EXPECT_EQ(client.send("POST", url("device"), headers, "{}").status, 404);

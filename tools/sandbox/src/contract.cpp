@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <functional>
+#include <iterator>
 
 namespace orvanta::sandbox::contract {
 namespace {
@@ -11,6 +12,13 @@ namespace {
 using nlohmann::json;
 using Reason = std::optional<std::string>;
 using ValueCheck = std::function<bool(const json&)>;
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) ==
+                  std::tolower(static_cast<unsigned char>(y));
+         });
+}
 
 std::string quote(std::string_view key) {
   return "\"" + std::string(key) + "\"";
@@ -99,6 +107,10 @@ Reason checkMobileAgent(const json& body) {
   if (!found->is_array()) {
     return std::string(where) + ": \"mobile_agent\" is not an array";
   }
+  if (found->size() != 1) {
+    return std::string(where) + ": \"mobile_agent\" holds " + std::to_string(found->size()) +
+           " elements, not exactly one";
+  }
   constexpr std::array<std::string_view, 5> keys = {"phone_model", "system_version", "system_name",
                                                     "vendor_id", "language"};
   for (const auto& agent : *found) {
@@ -178,7 +190,11 @@ std::optional<std::string> checkDevice(const json& body, std::string_view appId)
       [&] { return onlyKeys(body, keys, where); },
       [&] { return required(body, "user_id", isString, "a string", where); },
       [&] { return checkProfile(body); },
-      [&] { return required(body, "type", isString, "a string", where); },
+      [&] {
+        return required(
+            body, "type", [](const json& v) { return v.is_string() && v == "IOS"; }, "\"IOS\"",
+            where);
+      },
       [&] { return required(body, "app_id", isString, "a string", where); },
       [&]() -> Reason {
         if (body["app_id"].get_ref<const std::string&>() != appId) {
@@ -260,6 +276,9 @@ std::optional<std::string> checkEvent(const json& body, std::string_view appId) 
         if (bars == std::string::npos) {
           return std::string("event: \"pushId\" has no \"|||\"");
         }
+        if (bars == 0) {
+          return std::string("event: \"pushId\" has no device token before \"|||\"");
+        }
         if (std::string_view(pushId).substr(bars + 3) != appId) {
           return std::string("event: \"pushId\" does not end in this application's id");
         }
@@ -274,20 +293,38 @@ std::optional<std::string> checkEvent(const json& body, std::string_view appId) 
   });
 }
 
-bool isJsonContentType(std::string_view value) {
-  const auto semicolon = value.find(';');
-  auto type = value.substr(0, semicolon);
-  while (!type.empty() && (type.back() == ' ' || type.back() == '\t')) {
-    type.remove_suffix(1);
+std::optional<std::string> checkUniqueHeaders(
+    const std::vector<std::pair<std::string, std::string>>& headers) {
+  for (auto field = headers.begin(); field != headers.end(); ++field) {
+    for (auto other = std::next(field); other != headers.end(); ++other) {
+      if (equalsIgnoringCase(field->first, other->first)) {
+        return "the header field " + quote(field->first) + " appears more than once";
+      }
+    }
   }
-  while (!type.empty() && (type.front() == ' ' || type.front() == '\t')) {
-    type.remove_prefix(1);
+  return std::nullopt;
+}
+
+std::optional<std::string> checkEventHeaders(
+    const std::vector<std::pair<std::string, std::string>>& headers) {
+  for (const auto& [name, value] : headers) {
+    for (const std::string_view pushOnly : {"X-Orvanta-App-Token", "X-Orvanta-App-Secret"}) {
+      if (equalsIgnoringCase(name, pushOnly)) {
+        return "event: the push service's header " + quote(pushOnly) + " on an event request";
+      }
+    }
   }
-  constexpr std::string_view expected = "application/json";
-  return type.size() == expected.size() &&
-         std::equal(type.begin(), type.end(), expected.begin(), [](char a, char b) {
-           return std::tolower(static_cast<unsigned char>(a)) == b;
-         });
+  return std::nullopt;
+}
+
+std::optional<std::string> checkContentType(const std::optional<std::string>& value) {
+  if (!value) {
+    return std::string("missing \"Content-Type: application/json\"");
+  }
+  if (*value != "application/json") {
+    return "\"Content-Type\" is \"" + *value + "\", not exactly \"application/json\"";
+  }
+  return std::nullopt;
 }
 
 }  // namespace orvanta::sandbox::contract

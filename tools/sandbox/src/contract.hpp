@@ -1,11 +1,13 @@
 #pragma once
 
-// The wire contract of the request bodies, checked the way the service sees them. Each check
-// answers std::nullopt for a valid body, or a short reason.
+// The wire contract of the request headers and bodies, checked the way the service sees them. Each
+// check answers std::nullopt for a valid body, or a short reason.
 
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -20,7 +22,15 @@ std::optional<std::string> checkReport(const nlohmann::json& body, std::string_v
 // Body of POST event.
 std::optional<std::string> checkEvent(const nlohmann::json& body, std::string_view appId);
 
-// "application/json", with or without parameters, in any case.
-bool isJsonContentType(std::string_view value);
+// No header field may appear twice (names compared without regard to case).
+std::optional<std::string> checkUniqueHeaders(
+    const std::vector<std::pair<std::string, std::string>>& headers);
+
+// The event service takes none of the push service's credential headers.
+std::optional<std::string> checkEventHeaders(
+    const std::vector<std::pair<std::string, std::string>>& headers);
+
+// The "Content-Type" of every request, body or not: exactly "application/json", no parameters.
+std::optional<std::string> checkContentType(const std::optional<std::string>& value);
 
 }  // namespace orvanta::sandbox::contract

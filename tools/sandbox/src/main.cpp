@@ -19,7 +19,7 @@ constexpr const char* kUsage =
     "                       [--app-id ID --token T --secret S --events-token E | --config "
     "OrvantaConfig.plist]\n"
     "Serves the push service and the API service on http://127.0.0.1:<port>/v1/, and its\n"
-    "control API under /_sandbox/. Stops on SIGINT or SIGTERM.\n";
+    "console (a web page) and control API under /_sandbox/. Stops on SIGINT or SIGTERM.\n";
 
 [[noreturn]] void usageError(const std::string& message) {
   std::cerr << "orvanta-sandbox: " << message << "\n" << kUsage;
@@ -111,6 +111,7 @@ int main(int argc, char** argv) {
   {
     std::lock_guard lock(outputMutex);
     std::printf("orvanta-sandbox listening on %s\n", sandbox->baseUrl().c_str());
+    std::printf("orvanta-sandbox console at %s\n", sandbox->consoleUrl().c_str());
     std::fflush(stdout);
   }
 

@@ -48,6 +48,18 @@ std::string_view violationKindName(Violation::Kind kind) {
   return "contract";
 }
 
+std::string_view deliveryOutcomeName(Delivery::Outcome outcome) {
+  switch (outcome) {
+    case Delivery::Outcome::notAvailable:
+      return "not_available";
+    case Delivery::Outcome::delivered:
+      return "delivered";
+    case Delivery::Outcome::failed:
+      return "failed";
+  }
+  return "not_available";
+}
+
 std::optional<std::string> RecordedRequest::header(std::string_view name) const {
   for (const auto& [key, value] : headers) {
     if (equalsIgnoringCase(key, name)) {
@@ -67,7 +79,8 @@ nlohmann::json toJson(const RecordedRequest& request) {
           {"headers", std::move(headers)},
           {"body", request.body},
           {"time_ms", millisecondsSinceEpoch(request.time)},
-          {"status", request.status}};
+          {"status", request.status},
+          {"reason", request.reason}};
 }
 
 nlohmann::json toJson(const Device& device) {
@@ -105,6 +118,17 @@ nlohmann::json toJson(const Fault& fault) {
   out["status"] = fault.status ? nlohmann::json(*fault.status) : nullptr;
   out["count"] = fault.count ? nlohmann::json(*fault.count) : nullptr;
   return out;
+}
+
+nlohmann::json toJson(const Delivery& delivery) {
+  return {{"outcome", deliveryOutcomeName(delivery.outcome)}, {"detail", delivery.detail}};
+}
+
+nlohmann::json toJson(const SentPush& push) {
+  return {{"token", push.deviceToken},
+          {"push_id", push.pushId},
+          {"time_ms", millisecondsSinceEpoch(push.time)},
+          {"delivery", toJson(push.delivery)}};
 }
 
 std::optional<Fault> faultFromJson(const nlohmann::json& object, std::string* error) {

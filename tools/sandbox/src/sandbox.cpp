@@ -4,14 +4,18 @@
 #include <microhttpd.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <stdexcept>
 #include <unordered_map>
 #include <utility>
 
+#include "console_assets.hpp"
 #include "contract.hpp"
 
 namespace orvanta::sandbox {
@@ -23,6 +27,11 @@ using Clock = std::chrono::system_clock;
 constexpr std::string_view kServicePrefix = "/v1/";
 constexpr std::string_view kControlPrefix = "/_sandbox/";
 constexpr std::size_t kMaxBody = 1024 * 1024;
+
+// The change stream tells the console at most this often that the state changed, and says
+// something at least this often so that a closed page frees its connection.
+constexpr auto kChangeInterval = std::chrono::milliseconds(100);
+constexpr auto kKeepAliveInterval = std::chrono::seconds(15);
 
 // Where a service path leads: the endpoint, the id it carries, and the method it takes.
 struct Route {
@@ -71,10 +80,13 @@ std::optional<Route> routeFor(std::string_view path) {
 // What one request is answered.
 struct Answer {
   int status = 204;
-  std::string body;  // JSON when not empty
+  std::string body;
+  std::string contentType = "application/json";  // when there is a body
+  std::vector<std::pair<std::string, std::string>> headers{};
   bool addContentType = false;
   bool drop = false;
-  std::string reason;  // why it was refused, for the log line
+  bool changeStream = false;  // the console's stream of change notices instead of a body
+  std::string reason;         // why it was refused, for the log line
 
   static Answer error(int status, std::string reason) {
     Answer answer;
@@ -104,6 +116,34 @@ MHD_Result collectHeader(void* cls, MHD_ValueKind /*kind*/, const char* key, con
 
 bool is2xx(int status) {
   return status >= 200 && status <= 299;
+}
+
+// A count from the query string: absent gives `fallback`, anything but digits gives nothing.
+std::optional<std::size_t> countArgument(MHD_Connection* connection, const char* name,
+                                         std::size_t fallback) {
+  const char* text = MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, name);
+  if (text == nullptr) {
+    return fallback;
+  }
+  std::size_t value = 0;
+  const char* end = text + std::strlen(text);
+  const auto [stop, error] = std::from_chars(text, end, value);
+  if (error != std::errc() || stop != end || stop == text) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+// Security headers of the console's page and assets: its own scripts and styles only, nothing
+// loaded from elsewhere, never framed, never cached (a rebuilt sandbox serves a new page).
+void addConsoleHeaders(Answer& answer) {
+  answer.headers.emplace_back("Content-Security-Policy",
+                              "default-src 'none'; script-src 'self'; style-src 'self'; "
+                              "connect-src 'self'; img-src 'self' data:; base-uri 'none'; "
+                              "form-action 'none'; frame-ancestors 'none'");
+  answer.headers.emplace_back("X-Content-Type-Options", "nosniff");
+  answer.headers.emplace_back("Referrer-Policy", "no-referrer");
+  answer.headers.emplace_back("Cache-Control", "no-store");
 }
 
 }  // namespace
@@ -160,7 +200,9 @@ class Sandbox::Impl {
       exchange = new Exchange;
       exchange->method = method;
       exchange->path = url;
-      exchange->control = std::string_view(url).substr(0, kControlPrefix.size()) == kControlPrefix;
+      exchange->control =
+          std::string_view(url).substr(0, kControlPrefix.size()) == kControlPrefix ||
+          std::string_view(url) == kControlPrefix.substr(0, kControlPrefix.size() - 1);
       if (!exchange->control) {
         exchange->route = routeFor(url);
         if (exchange->route) {
@@ -180,13 +222,16 @@ class Sandbox::Impl {
       *uploadDataSize = 0;
       return MHD_YES;
     }
-    const Answer answer =
-        exchange->control ? self->control(*exchange) : self->serve(*exchange, connection);
+    const Answer answer = exchange->control ? self->control(*exchange, connection)
+                                            : self->serve(*exchange, connection);
     // The request leaves the count before its answer goes out, so that a client that has its
     // answer never finds its request still counted.
     self->leave(*exchange);
     if (answer.drop) {
       return MHD_NO;
+    }
+    if (answer.changeStream) {
+      return self->queueChangeStream(connection);
     }
     return queue(connection, answer);
   }
@@ -209,8 +254,13 @@ class Sandbox::Impl {
     if (response == nullptr) {
       return MHD_NO;
     }
-    if (!answer.body.empty() || answer.addContentType) {
+    if (!answer.body.empty()) {
+      MHD_add_response_header(response, "Content-Type", answer.contentType.c_str());
+    } else if (answer.addContentType) {
       MHD_add_response_header(response, "Content-Type", "application/json");
+    }
+    for (const auto& [name, value] : answer.headers) {
+      MHD_add_response_header(response, name.c_str(), value.c_str());
     }
     const MHD_Result result =
         MHD_queue_response(connection, static_cast<unsigned int>(answer.status), response);
@@ -249,6 +299,7 @@ class Sandbox::Impl {
       answer.addContentType = true;
     }
     record.status = answer.drop ? 0 : answer.status;
+    record.reason = answer.reason;
     record.time = Clock::now();
     log(std::move(record), answer.reason);
     return answer;
@@ -265,18 +316,22 @@ class Sandbox::Impl {
                     std::string(endpointName(route.endpoint)) + " takes " +
                         std::string(route.method) + ", not " + request.method);
     }
+    if (auto reason = contract::checkUniqueHeaders(request.headers)) {
+      return refuse(Violation::Kind::contract, request, 400, *reason);
+    }
     if (auto reason = checkCredentials(request, route.endpoint)) {
       return refuse(Violation::Kind::credentials, request, 401, *reason);
+    }
+    if (route.endpoint == Endpoint::event) {
+      if (auto reason = contract::checkEventHeaders(request.headers)) {
+        return refuse(Violation::Kind::contract, request, 400, *reason);
+      }
     }
     if (exchange.tooLarge) {
       return refuse(Violation::Kind::contract, request, 413, "the body is too large");
     }
-    if (!request.body.empty()) {
-      const auto contentType = request.header("Content-Type");
-      if (!contentType || !contract::isJsonContentType(*contentType)) {
-        return refuse(Violation::Kind::contract, request, 400,
-                      "a body without \"Content-Type: application/json\"");
-      }
+    if (auto reason = contract::checkContentType(request.header("Content-Type"))) {
+      return refuse(Violation::Kind::contract, request, 400, *reason);
     }
 
     const std::string_view what = endpointName(route.endpoint);
@@ -443,24 +498,53 @@ class Sandbox::Impl {
 
   // --- the control API --------------------------------------------------------------------
 
-  Answer control(Exchange& exchange) {
+  Answer control(Exchange& exchange, MHD_Connection* connection) {
     std::string_view path(exchange.path);
-    path.remove_prefix(kControlPrefix.size());
     const std::string& method = exchange.method;
+    if (path.size() < kControlPrefix.size()) {  // "/_sandbox": the console lives one level down
+      Answer answer;
+      answer.status = 308;
+      answer.headers.emplace_back("Location", std::string(kControlPrefix));
+      return answer;
+    }
+    path.remove_prefix(kControlPrefix.size());
+    if (method == "GET" || method == "HEAD") {
+      if (const console::Asset* asset = console::findAsset(path)) {
+        Answer answer;
+        answer.status = 200;
+        answer.body = asset->bytes;
+        answer.contentType = asset->contentType;
+        addConsoleHeaders(answer);
+        return answer;
+      }
+    } else if (!fromThisSandbox(connection)) {
+      // A page of another site must not drive the sandbox through the person's browser.
+      return Answer::error(403, "control requests from another web page are refused");
+    }
     const auto ok = [](json body) {
       Answer answer;
       answer.status = 200;
       answer.body = body.dump();
       return answer;
     };
+    const auto badCount = [] { return Answer::error(400, "counts are non-negative integers"); };
+    if (path == "changes" && method == "GET") {
+      Answer answer;
+      answer.changeStream = true;
+      return answer;
+    }
     if (path == "state" && method == "GET") {
-      return ok(stateJson());
+      const auto newest = countArgument(connection, "newest", Sandbox::kAll);
+      return newest ? ok(stateJson(*newest)) : badCount();
     }
-    if (path == "requests" && method == "GET") {
-      return ok(requestsJson());
-    }
-    if (path == "violations" && method == "GET") {
-      return ok(violationsJson());
+    if ((path == "requests" || path == "violations") && method == "GET") {
+      const auto since = countArgument(connection, "since", 0);
+      const auto newest = countArgument(connection, "newest", Sandbox::kAll);
+      if (!since || !newest) {
+        return badCount();
+      }
+      return ok(path == "requests" ? requestsJson(*since, *newest)
+                                   : violationsJson(*since, *newest));
     }
     if (path == "reset" && method == "POST") {
       reset();
@@ -469,6 +553,23 @@ class Sandbox::Impl {
     if (path == "faults" && method == "DELETE") {
       clearFaults();
       return Answer{};
+    }
+    constexpr std::string_view sendPrefix = "send/";
+    if (path.substr(0, sendPrefix.size()) == sendPrefix && path.size() > sendPrefix.size()) {
+      if (method != "POST") {
+        return Answer::error(405, "send takes POST");
+      }
+      const std::string token(path.substr(sendPrefix.size()));
+      json push = json::parse(exchange.body, nullptr, false);
+      const std::string pushId = pushIdOf(push);
+      if (pushId.empty()) {
+        return Answer::error(400, "a push is a JSON object whose \"data\" has a string \"id\"");
+      }
+      const Delivery delivery = send(token, std::move(push));
+      return ok({{"token", token},
+                 {"push_id", pushId},
+                 {"last_push", true},
+                 {"delivery", toJson(delivery)}});
     }
     constexpr std::string_view lastPushPrefix = "last_push/";
     if (path.substr(0, lastPushPrefix.size()) == lastPushPrefix &&
@@ -515,6 +616,110 @@ class Sandbox::Impl {
       return Answer::error(405, "faults take PUT, POST or DELETE");
     }
     return Answer::error(404, "unknown control request");
+  }
+
+  // True unless the request comes from a web page of another origin than this sandbox's own
+  // (browsers name the page's origin in "Origin"; command-line clients send none).
+  bool fromThisSandbox(MHD_Connection* connection) const {
+    const char* origin = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Origin");
+    if (origin == nullptr) {
+      return true;
+    }
+    const std::string port = ":" + std::to_string(port_);
+    return origin == "http://127.0.0.1" + port || origin == "http://localhost" + port;
+  }
+
+  // The push id of a whole payload or of its bare "data" object; empty when there is none.
+  static std::string pushIdOf(const json& push) {
+    if (!push.is_object()) {
+      return {};
+    }
+    const json& data = push.contains("data") && push["data"].is_object() ? push["data"] : push;
+    const auto id = data.find("id");
+    return id != data.end() && id->is_string() ? id->get<std::string>() : std::string();
+  }
+
+  // --- the console's change stream ----------------------------------------------------------
+
+  // One open stream: server-sent events, each a notice that the state changed (the page then
+  // reads what it shows through the control API), and a comment line now and then to keep it
+  // open. Runs on the connection's own thread, which may block here.
+  struct ChangeStream {
+    Impl* self = nullptr;
+    bool started = false;
+    std::uint64_t announced = 0;  // the generation last announced
+    std::chrono::steady_clock::time_point lastNotice{};
+    std::string pending;  // bytes not yet handed out
+    std::size_t offset = 0;
+  };
+
+  MHD_Result queueChangeStream(MHD_Connection* connection) {
+    auto* stream = new ChangeStream;
+    stream->self = this;
+    MHD_Response* response = MHD_create_response_from_callback(
+        MHD_SIZE_UNKNOWN, 1024, &Impl::readChangeStream, stream,
+        [](void* cls) { delete static_cast<ChangeStream*>(cls); });
+    if (response == nullptr) {
+      delete stream;
+      return MHD_NO;
+    }
+    MHD_add_response_header(response, "Content-Type", "text/event-stream");
+    MHD_add_response_header(response, "Cache-Control", "no-store");
+    const MHD_Result result = MHD_queue_response(connection, MHD_HTTP_OK, response);
+    MHD_destroy_response(response);
+    return result;
+  }
+
+  static ssize_t readChangeStream(void* cls, std::uint64_t /*position*/, char* buffer,
+                                  std::size_t size) {
+    auto* stream = static_cast<ChangeStream*>(cls);
+    if (stream->offset == stream->pending.size()) {
+      stream->pending.clear();
+      stream->offset = 0;
+      if (!stream->self->nextChangeNotice(*stream)) {
+        return MHD_CONTENT_READER_END_OF_STREAM;
+      }
+    }
+    const std::size_t count = std::min(size, stream->pending.size() - stream->offset);
+    std::memcpy(buffer, stream->pending.data() + stream->offset, count);
+    stream->offset += count;
+    return static_cast<ssize_t>(count);
+  }
+
+  // Waits for a change (or the keep-alive interval), no sooner than kChangeInterval after the
+  // previous notice, and puts the next message in `stream.pending`. False once stopping.
+  bool nextChangeNotice(ChangeStream& stream) {
+    if (stream.started) {
+      std::unique_lock lock(changeMutex_);
+      const bool changed = changed_.wait_for(lock, kKeepAliveInterval,
+                                             [&] { return generation_ != stream.announced; });
+      if (!changed) {
+        stream.pending = ": still here\n\n";
+        return !isStopping();
+      }
+    }
+    {
+      std::unique_lock lock(stopMutex_);
+      stopCv_.wait_until(lock, stream.lastNotice + kChangeInterval, [&] { return stopping_; });
+      if (stopping_) {
+        return false;
+      }
+    }
+    {
+      std::lock_guard lock(changeMutex_);
+      stream.announced = generation_;
+    }
+    stream.lastNotice = std::chrono::steady_clock::now();
+    stream.pending = (stream.started ? "" : "retry: 2000\n") +
+                     std::string("event: change\ndata: ") +
+                     json{{"generation", stream.announced}}.dump() + "\n\n";
+    stream.started = true;
+    return true;
+  }
+
+  bool isStopping() {
+    std::lock_guard lock(stopMutex_);
+    return stopping_;
   }
 
   // --- state ------------------------------------------------------------------------------
@@ -610,13 +815,35 @@ class Sandbox::Impl {
   }
 
   void clearLastPush(const std::string& deviceToken) {
-    std::lock_guard lock(mutex_);
-    lastPushes_.erase(deviceToken);
+    {
+      std::lock_guard lock(mutex_);
+      lastPushes_.erase(deviceToken);
+    }
+    notifyChange();
+  }
+
+  Delivery send(const std::string& deviceToken, json push) {
+    std::string pushId = pushIdOf(push);
+    if (pushId.empty()) {
+      throw std::invalid_argument("orvanta-sandbox: a push needs a string \"id\"");
+    }
+    setLastPush(deviceToken, std::move(push));
+    Delivery delivery;
+    delivery.detail = "delivery to the device's push endpoint is not available yet";
+    {
+      std::lock_guard lock(mutex_);
+      sent_.push_back(SentPush{deviceToken, std::move(pushId), Clock::now(), delivery});
+    }
+    notifyChange();
+    return delivery;
   }
 
   void setFault(std::optional<Endpoint> endpoint, Fault fault) {
-    std::lock_guard lock(mutex_);
-    (endpoint ? faults_[static_cast<std::size_t>(*endpoint)] : anyFault_) = fault;
+    {
+      std::lock_guard lock(mutex_);
+      (endpoint ? faults_[static_cast<std::size_t>(*endpoint)] : anyFault_) = fault;
+    }
+    notifyChange();
   }
 
   void clearFault(std::optional<Endpoint> endpoint) {
@@ -625,6 +852,7 @@ class Sandbox::Impl {
       (endpoint ? faults_[static_cast<std::size_t>(*endpoint)] : anyFault_).reset();
     }
     releaseDelays();
+    notifyChange();
   }
 
   void clearFaults() {
@@ -636,6 +864,7 @@ class Sandbox::Impl {
       anyFault_.reset();
     }
     releaseDelays();
+    notifyChange();
   }
 
   void reset() {
@@ -652,6 +881,8 @@ class Sandbox::Impl {
       eventIndex_.clear();
       violations_.clear();
       lastPushes_.clear();
+      sent_.clear();
+      ++epoch_;
       for (auto& fault : faults_) {
         fault.reset();
       }
@@ -664,19 +895,23 @@ class Sandbox::Impl {
     notifyChange();
   }
 
-  json stateJson() const {
+  // The newest `newest` elements of `items`, as JSON.
+  template <class Items>
+  static json newestJson(const Items& items, std::size_t newest) {
+    json out = json::array();
+    const std::size_t skip = items.size() > newest ? items.size() - newest : 0;
+    for (auto item = std::next(items.begin(), static_cast<std::ptrdiff_t>(skip));
+         item != items.end(); ++item) {
+      out.push_back(toJson(*item));
+    }
+    return out;
+  }
+
+  json stateJson(std::size_t newest) const {
     std::lock_guard lock(mutex_);
     json devices = json::array();
     for (const auto& device : devices_) {
       devices.push_back(toJson(device));
-    }
-    json reports = json::array();
-    for (const auto& report : reports_) {
-      reports.push_back(toJson(report));
-    }
-    json events = json::array();
-    for (const auto& event : events_) {
-      events.push_back(toJson(event));
     }
     json inFlight = json::object();
     json faults = json::object();
@@ -694,27 +929,53 @@ class Sandbox::Impl {
     for (const auto& [token, push] : lastPushes_) {
       lastPushes[token] = json::parse(push);
     }
-    return {{"devices", std::move(devices)},        {"reports", std::move(reports)},
-            {"events", std::move(events)},          {"in_flight", std::move(inFlight)},
-            {"faults", std::move(faults)},          {"last_pushes", std::move(lastPushes)},
-            {"request_count", requestCount_},       {"dropped_requests", droppedRequests_},
-            {"violation_count", violations_.size()}};
+    return {{"devices", std::move(devices)},
+            {"reports", newestJson(reports_, newest)},
+            {"report_count", reports_.size()},
+            {"events", newestJson(events_, newest)},
+            {"event_count", events_.size()},
+            {"sent", newestJson(sent_, newest)},
+            {"sent_count", sent_.size()},
+            {"in_flight", std::move(inFlight)},
+            {"faults", std::move(faults)},
+            {"last_pushes", std::move(lastPushes)},
+            {"request_count", requestCount_},
+            {"dropped_requests", droppedRequests_},
+            {"violation_count", violations_.size()},
+            {"epoch", epoch_}};
   }
 
-  json requestsJson() const {
+  json requestsJson(std::size_t since, std::size_t newest) const {
     std::lock_guard lock(mutex_);
-    json requests = json::array();
-    for (const auto& request : requests_) {
-      requests.push_back(toJson(request));
+    // requests_[i] has sequence number droppedRequests_ + i.
+    std::size_t first = std::max(since, droppedRequests_);
+    if (requestCount_ - std::min(first, requestCount_) > newest) {
+      first = requestCount_ - newest;
     }
-    return {{"requests", std::move(requests)}, {"dropped", droppedRequests_}};
+    json requests = json::array();
+    for (std::size_t seq = first; seq < requestCount_; ++seq) {
+      json entry = toJson(requests_[seq - droppedRequests_]);
+      entry["seq"] = seq;
+      requests.push_back(std::move(entry));
+    }
+    return {{"requests", std::move(requests)},
+            {"dropped", droppedRequests_},
+            {"next", requestCount_},
+            {"epoch", epoch_}};
   }
 
-  json violationsJson() const {
+  json violationsJson(std::size_t since, std::size_t newest) const {
     std::lock_guard lock(mutex_);
+    const std::size_t count = violations_.size();
+    std::size_t first = std::min(since, count);
+    if (count - first > newest) {
+      first = count - newest;
+    }
     json violations = json::array();
-    for (const auto& violation : violations_) {
-      violations.push_back(toJson(violation));
+    for (std::size_t seq = first; seq < count; ++seq) {
+      json entry = toJson(violations_[seq]);
+      entry["seq"] = seq;
+      violations.push_back(std::move(entry));
     }
     return violations;
   }
@@ -766,6 +1027,8 @@ class Sandbox::Impl {
   std::unordered_map<std::string, std::size_t> eventIndex_;
   std::vector<Violation> violations_;
   std::unordered_map<std::string, std::string> lastPushes_;  // token -> serialised data object
+  std::vector<SentPush> sent_;
+  std::uint64_t epoch_ = 0;  // resets so far
   std::array<std::optional<Fault>, kEndpointCount> faults_;
   std::optional<Fault> anyFault_;
   std::array<InFlight, kEndpointCount> inFlight_{};
@@ -792,6 +1055,9 @@ std::uint16_t Sandbox::port() const {
 }
 std::string Sandbox::baseUrl() const {
   return "http://127.0.0.1:" + std::to_string(impl_->port_) + "/v1/";
+}
+std::string Sandbox::consoleUrl() const {
+  return "http://127.0.0.1:" + std::to_string(impl_->port_) + std::string(kControlPrefix);
 }
 const Credentials& Sandbox::credentials() const {
   return impl_->options_.credentials;
@@ -848,6 +1114,13 @@ void Sandbox::setLastPush(const std::string& deviceToken, nlohmann::json push) {
 void Sandbox::clearLastPush(const std::string& deviceToken) {
   impl_->clearLastPush(deviceToken);
 }
+Delivery Sandbox::send(const std::string& deviceToken, nlohmann::json push) {
+  return impl_->send(deviceToken, std::move(push));
+}
+std::vector<SentPush> Sandbox::sentPushes() const {
+  std::lock_guard lock(impl_->mutex_);
+  return impl_->sent_;
+}
 void Sandbox::setFault(std::optional<Endpoint> endpoint, Fault fault) {
   impl_->setFault(endpoint, fault);
 }
@@ -861,14 +1134,14 @@ void Sandbox::reset() {
   impl_->reset();
 }
 
-nlohmann::json Sandbox::stateJson() const {
-  return impl_->stateJson();
+nlohmann::json Sandbox::stateJson(std::size_t newest) const {
+  return impl_->stateJson(newest);
 }
-nlohmann::json Sandbox::requestsJson() const {
-  return impl_->requestsJson();
+nlohmann::json Sandbox::requestsJson(std::size_t since, std::size_t newest) const {
+  return impl_->requestsJson(since, newest);
 }
-nlohmann::json Sandbox::violationsJson() const {
-  return impl_->violationsJson();
+nlohmann::json Sandbox::violationsJson(std::size_t since, std::size_t newest) const {
+  return impl_->violationsJson(since, newest);
 }
 
 bool Sandbox::waitFor(const std::function<bool()>& predicate,

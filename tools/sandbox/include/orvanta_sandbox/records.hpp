@@ -49,6 +49,9 @@ struct RecordedRequest {
   std::string body;
   std::chrono::system_clock::time_point time;  // when the request was complete
   int status = 0;
+  // Why it was answered so: the refusal's reason, or "fault" when a fault answered it; empty when
+  // the service served it as usual.
+  std::string reason;
 
   // Case-insensitive header lookup; the first header of that name.
   std::optional<std::string> header(std::string_view name) const;
@@ -78,6 +81,23 @@ struct Report {
 struct Event {
   nlohmann::json body;
   int deliveries = 0;
+};
+
+// What became of a push sent to a device: it is always set as the device's last push; delivery
+// to the device's push endpoint is not available yet.
+struct Delivery {
+  enum class Outcome { notAvailable, delivered, failed };
+  Outcome outcome = Outcome::notAvailable;
+  std::string detail;  // for people: why not, or what the device's endpoint answered
+};
+std::string_view deliveryOutcomeName(Delivery::Outcome outcome);  // "not_available"...
+
+// A push sent with `Sandbox::send`.
+struct SentPush {
+  std::string deviceToken;
+  std::string pushId;  // the "id" of its "data" object
+  std::chrono::system_clock::time_point time;
+  Delivery delivery;
 };
 
 // A request the sandbox refused because the kit broke the contract or the credentials.
@@ -118,6 +138,8 @@ nlohmann::json toJson(const Report& report);
 nlohmann::json toJson(const Event& event);
 nlohmann::json toJson(const Violation& violation);
 nlohmann::json toJson(const Fault& fault);
+nlohmann::json toJson(const Delivery& delivery);
+nlohmann::json toJson(const SentPush& push);
 // Reads the control API's fault object: {"status", "content_type", "delay_ms", "drop", "count"}.
 std::optional<Fault> faultFromJson(const nlohmann::json& object, std::string* error = nullptr);
 

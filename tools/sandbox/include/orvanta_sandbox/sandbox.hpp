@@ -49,6 +49,9 @@ class Sandbox {
   std::uint16_t port() const;
   // "http://127.0.0.1:<port>/v1/": the base of both services.
   std::string baseUrl() const;
+  // "http://127.0.0.1:<port>/_sandbox/": the console, a web page that shows and drives the
+  // sandbox.
+  std::string consoleUrl() const;
   const Credentials& credentials() const;
 
   // What was received and kept.
@@ -68,20 +71,32 @@ class Sandbox {
   void setLastPush(const std::string& deviceToken, nlohmann::json push);
   void clearLastPush(const std::string& deviceToken);
 
+  // Sends a push to the device with this token, as the service does: it becomes the device's
+  // last push, then is delivered to the device's push endpoint. Delivery is not available yet, so
+  // the answer says so. Throws std::invalid_argument when the push (or its "data" object) has no
+  // string "id".
+  Delivery send(const std::string& deviceToken, nlohmann::json push);
+  std::vector<SentPush> sentPushes() const;  // in order of sending
+
   // A fault for one endpoint; `std::nullopt` means every endpoint (used when the endpoint has
   // none of its own).
   void setFault(std::optional<Endpoint> endpoint, Fault fault);
   void clearFault(std::optional<Endpoint> endpoint);
   void clearFaults();
 
-  // Forgets devices, reports, events, requests, violations, last pushes and faults; in-flight
-  // maxima restart from the current counts.
+  // Forgets devices, reports, events, requests, violations, last pushes, sent pushes and faults;
+  // in-flight maxima restart from the current counts, and the "epoch" of the state goes up by one.
   void reset();
 
-  // The whole state as JSON, as the control API serves it.
-  nlohmann::json stateJson() const;
-  nlohmann::json requestsJson() const;
-  nlohmann::json violationsJson() const;
+  // The state as JSON, as the control API serves it. `newest` keeps only that many of the
+  // newest reports, events and sent pushes (the totals are always given).
+  nlohmann::json stateJson(std::size_t newest = kAll) const;
+  // The request log from sequence number `since` on (each entry has its "seq"; "next" is the one
+  // to ask for next time), at most the `newest` of them.
+  nlohmann::json requestsJson(std::size_t since = 0, std::size_t newest = kAll) const;
+  // The violations from index `since` on, at most the `newest` of them, each with its "seq".
+  nlohmann::json violationsJson(std::size_t since = 0, std::size_t newest = kAll) const;
+  static constexpr std::size_t kAll = static_cast<std::size_t>(-1);
 
   // Blocks until `predicate` holds or `timeout` passes; returns its last value. The predicate
   // is evaluated on the calling thread each time the state changes, and may call any member.
