@@ -8,6 +8,7 @@
 #include "linux/curl_http_client.hpp"
 #include "linux/file_secure_store.hpp"
 #include "linux/folder_bundle.hpp"
+#include "linux/headless_ports.hpp"
 #include "linux/json_preferences_store.hpp"
 #include "linux/linux_platform_internal.hpp"
 #include "linux/system_ports.hpp"
@@ -100,6 +101,11 @@ std::shared_ptr<Platform> TestPlatform::build(const std::shared_ptr<port::MainQu
   platform->lifecycle = std::make_shared<HostLifecycle>(queue, options_.backgroundTaskBudget);
   platform->deviceInfo = std::make_shared<LinuxDeviceInfo>();
   platform->httpClient = options_.httpClient;
+  platform->notificationCenter =
+      std::make_shared<HeadlessNotificationCenter>(queue, "no notification centre in this test");
+  platform->application =
+      std::make_shared<HeadlessApplication>(queue, "no push transport in this test");
+  platform->presenter = std::make_shared<HeadlessPresenter>();
   return platform;
 }
 

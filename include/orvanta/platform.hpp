@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "orvanta/export.hpp"
+#include "orvanta/port/application.hpp"
 #include "orvanta/port/bundle.hpp"
 #include "orvanta/port/clock.hpp"
 #include "orvanta/port/device_info.hpp"
@@ -11,7 +12,9 @@
 #include "orvanta/port/lifecycle.hpp"
 #include "orvanta/port/log_sink.hpp"
 #include "orvanta/port/main_queue.hpp"
+#include "orvanta/port/notification_center.hpp"
 #include "orvanta/port/preferences_store.hpp"
+#include "orvanta/port/presenter.hpp"
 #include "orvanta/port/secure_store.hpp"
 
 namespace orvanta {
@@ -29,6 +32,11 @@ struct ORVANTA_API Platform {
   std::shared_ptr<port::Lifecycle> lifecycle;
   std::shared_ptr<port::DeviceInfo> deviceInfo;
   std::shared_ptr<port::LogSink> logSink;
+  std::shared_ptr<port::NotificationCenter> notificationCenter;
+  std::shared_ptr<port::Application> application;
+  /// Alerts and the web view screen; the Linux default shows nothing (a GTK host installs the
+  /// GTK presenter).
+  std::shared_ptr<port::Presenter> presenter;
 };
 
 /// Installs `platform` for the whole process. Call it once, before the first use of the kit

@@ -13,6 +13,7 @@
 #include "linux/file_secure_store.hpp"
 #include "linux/file_utils.hpp"
 #include "linux/folder_bundle.hpp"
+#include "linux/headless_ports.hpp"
 #include "linux/json_preferences_store.hpp"
 #include "linux/linux_platform_internal.hpp"
 #include "linux/system_ports.hpp"
@@ -165,6 +166,15 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
   });
   fill(platform.deviceInfo, [] { return std::make_shared<LinuxDeviceInfo>(); });
   fill(platform.httpClient, [] { return makeCurlHttpClient(); });
+  fill(platform.notificationCenter, [&] {
+    return std::make_shared<HeadlessNotificationCenter>(
+        platform.mainQueue, "this build of the kit has no desktop notification support");
+  });
+  fill(platform.application, [&] {
+    return std::make_shared<HeadlessApplication>(
+        platform.mainQueue, "this build of the kit has no push transport");
+  });
+  fill(platform.presenter, [] { return std::make_shared<HeadlessPresenter>(); });
   return filled;
 }
 

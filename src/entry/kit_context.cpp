@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "networking/devices_service.hpp"
+#include "networking/pushes_service.hpp"
 
 namespace orvanta::detail {
 
@@ -21,6 +22,13 @@ KitContext::KitContext(std::shared_ptr<Platform> platform,
       .configFile = configFile_,
       .deviceInfo = platform_->deviceInfo,
   });
+}
+
+std::shared_ptr<OrvantaNotificationStatusReporter> KitContext::makeStatusReporter() const {
+  return std::make_shared<OrvantaNotificationStatusReporter>(
+      OrvantaNotificationStatusReporter::Dependencies{
+          std::make_shared<PushesService>(router<PushesEndPoint>()), commonData_,
+          platform_->clock});
 }
 
 std::shared_ptr<EventDatabase> KitContext::eventStore() const {

@@ -9,6 +9,7 @@
 #include "networking/end_point_type.hpp"
 #include "networking/router.hpp"
 #include "orvanta/platform.hpp"
+#include "push/orvanta_notification_status_reporter.hpp"
 #include "storage/common_data.hpp"
 #include "storage/keychain_access.hpp"
 #include "storage/user_defaults_access.hpp"
@@ -37,11 +38,14 @@ class KitContext {
   }
   const std::shared_ptr<KeychainAccess>& keychain() const { return keychain_; }
   const std::shared_ptr<UserDefaultsAccess>& userDefaults() const { return userDefaults_; }
-  CommonData& commonData() const { return *commonData_; }
+  const std::shared_ptr<CommonData>& commonData() const { return commonData_; }
   const std::shared_ptr<AuthData>& authData() const { return authData_; }
 
   /// The event database, opened on the first call; none when it can't be opened.
   std::shared_ptr<EventDatabase> eventStore() const;
+
+  /// A new status reporter over a new pushes service.
+  std::shared_ptr<OrvantaNotificationStatusReporter> makeStatusReporter() const;
 
   /// A new router of the family `E` over the platform's HTTP client and the request credentials.
   template <EndPointType E>

@@ -26,8 +26,29 @@ class SharedConfigurationCredentials final : public CredentialsSource {
 };
 
 std::unique_ptr<OrvantaPush> makePush(const std::shared_ptr<detail::KitContext>& context) {
-  return std::make_unique<OrvantaPush>(
-      std::make_shared<OrvantaPush::Impl>(OrvantaPush::Impl::Dependencies{context->authData()}));
+  const auto& platform = *context->platform();
+  auto inAppInteraction =
+      std::make_shared<OrvantaInAppInteraction>(OrvantaInAppInteraction::Dependencies{
+          platform.presenter, platform.application, platform.mainQueue});
+  return std::make_unique<OrvantaPush>(std::make_shared<OrvantaPush::Impl>(OrvantaPush::Impl::Dependencies{
+      .authData = context->authData(),
+      .notificationCenter = platform.notificationCenter,
+      .application = platform.application,
+      .mainQueue = platform.mainQueue,
+      .categoriesFactory =
+          std::make_shared<OrvantaPushNotificationCategoriesFactory>(platform.bundle),
+      .statusReporter = context->makeStatusReporter(),
+      .inAppInteraction = std::move(inAppInteraction),
+  }));
+}
+
+/// Hooks the platform's push callbacks for `push`.
+std::shared_ptr<PushInterception> interceptPushCallbacks(const detail::KitContext& context,
+                                                         const OrvantaPush& push) {
+  auto interception = std::make_shared<PushInterception>(push.impl());
+  context.platform()->notificationCenter->setDelegate(interception);
+  context.platform()->application->setDelegate(interception);
+  return interception;
 }
 
 std::unique_ptr<OrvantaAnalytics> makeAnalytics(
@@ -66,6 +87,7 @@ Orvanta::Orvanta() : components_(std::make_unique<Components>()) {
   auto& context = components_->context;
   context = detail::processContext();
   components_->orvantaPush = makePush(context);
+  components_->pushInterception = interceptPushCallbacks(*context, *components_->orvantaPush);
   components_->orvantaAnalytics = makeAnalytics(context);
   // Last: the default configuration, which switches logging off.
   configuration_ = OrvantaConfiguration::defaultConfiguration();

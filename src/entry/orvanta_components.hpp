@@ -6,6 +6,7 @@
 #include "orvanta/orvanta.hpp"
 #include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_push.hpp"
+#include "push/push_interception.hpp"
 
 namespace orvanta {
 
@@ -14,6 +15,8 @@ namespace orvanta {
 struct Orvanta::Components {
   std::shared_ptr<detail::KitContext> context;
   std::unique_ptr<OrvantaPush> orvantaPush;
+  /// The kit's hook on the platform's push callbacks (the platform holds it weakly).
+  std::shared_ptr<PushInterception> pushInterception;
   std::unique_ptr<OrvantaAnalytics> orvantaAnalytics;
 };
 

@@ -26,7 +26,7 @@ std::shared_ptr<UserDefaultsAccess> UserDefaultsAccess::standard() {
 }
 
 CommonData& CommonData::shared() {
-  return detail::processContext()->commonData();
+  return *detail::processContext()->commonData();
 }
 
 }  // namespace orvanta

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "orvanta/orvanta_push.hpp"
+#include "orvanta/port/application.hpp"
+#include "orvanta/port/notification_center.hpp"
+
+namespace orvanta {
+
+/// The kit's hook on the platform's push callbacks: the notification centre's will-present and
+/// response callbacks, and the application's registration outcome. While the push options'
+/// automatic configuration is on, each reaches the push facade, which completes the platform's
+/// request; while it is off, nothing is handled. Calls arrive on the thread the platform chooses.
+class PushInterception : public port::NotificationCenterDelegate,
+                         public port::ApplicationDelegate {
+ public:
+  explicit PushInterception(std::shared_ptr<OrvantaPush::Impl> push);
+
+  void willPresentNotification(
+      const port::Notification& notification,
+      std::function<void(port::PresentationOptions)> completionHandler) override;
+  void didReceiveNotificationResponse(const port::NotificationResponse& response,
+                                      std::function<void()> completionHandler) override;
+  void didRegisterForRemoteNotifications(const std::vector<std::uint8_t>& deviceToken) override;
+  void didFailToRegisterForRemoteNotifications(const Error& error) override;
+
+ private:
+  bool enabled() const;
+
+  std::weak_ptr<OrvantaPush::Impl> push_;
+};
+
+}  // namespace orvanta
