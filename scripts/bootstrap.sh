@@ -9,6 +9,7 @@ packages=(
   nlohmann-json3-dev libplist-dev libplist-utils libcurl4-openssl-dev libsqlite3-dev
   libmicrohttpd-dev openssl
   clang libclang-rt-14-dev clang-format
+  libglib2.0-dev dbus
 )
 
 missing=()
