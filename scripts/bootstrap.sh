@@ -12,7 +12,7 @@ packages=(
   clang libclang-rt-14-dev clang-format
   # Optional desktop adapters and their tests: GIO (network monitor, D-Bus), GTK 4 / WebKitGTK
   # on a private X server, the Objective-C runtime for delegate interception
-  libglib2.0-dev libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth gobjc++-12
+  libglib2.0-dev dbus libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth gobjc++-12
   # The sandbox console's browser test
   nodejs npm chromium
 )

@@ -14,6 +14,10 @@
 #include "linux/file_utils.hpp"
 #include "linux/folder_bundle.hpp"
 #include "linux/headless_ports.hpp"
+#if defined(ORVANTA_HAVE_GIO)
+#include "linux/gio/gio_application.hpp"
+#include "linux/gio/gio_notification_center.hpp"
+#endif
 #include "linux/json_preferences_store.hpp"
 #include "linux/linux_platform_internal.hpp"
 #include "linux/system_ports.hpp"
@@ -166,14 +170,25 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
   });
   fill(platform.deviceInfo, [] { return std::make_shared<LinuxDeviceInfo>(); });
   fill(platform.httpClient, [] { return makeCurlHttpClient(); });
+#if defined(ORVANTA_HAVE_GIO)
+  fill(platform.notificationCenter, [&] {
+    return makeGioNotificationCenter(
+        {.busAddress = {},
+         .applicationName = locations.applicationName,
+         .defaultActionLabel = platform.bundle->localizedString("loc_show", "Localizable"),
+         .delegateQueue = platform.mainQueue});
+  });
+  fill(platform.application, [&] { return makeGioApplication(platform.mainQueue); });
+#else
   fill(platform.notificationCenter, [&] {
     return std::make_shared<HeadlessNotificationCenter>(
         platform.mainQueue, "this build of the kit has no desktop notification support");
   });
   fill(platform.application, [&] {
-    return std::make_shared<HeadlessApplication>(
-        platform.mainQueue, "this build of the kit has no push transport");
+    return std::make_shared<HeadlessApplication>(platform.mainQueue,
+                                                 "this build of the kit has no push transport");
   });
+#endif
   fill(platform.presenter, [] { return std::make_shared<HeadlessPresenter>(); });
   return filled;
 }

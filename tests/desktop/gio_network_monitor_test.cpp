@@ -3,6 +3,7 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,8 +14,13 @@
 namespace orvanta::linux_platform {
 namespace {
 
-// The test runs with GIO_USE_NETWORK_MONITOR=netlink (see network_monitor.cmake): the kernel's
-// routes only, no system bus.
+// The kernel's routes only: the network monitor stays off the system bus.
+class GioNetworkMonitorEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override { ::setenv("GIO_USE_NETWORK_MONITOR", "netlink", 1); }
+};
+[[maybe_unused]] const auto* const kEnvironment =
+    ::testing::AddGlobalTestEnvironment(new GioNetworkMonitorEnvironment());
 
 TEST(GioNetworkMonitor, StartsReportsAStateAndStopsCleanly) {
   auto monitor = std::make_unique<GioNetworkMonitor>();

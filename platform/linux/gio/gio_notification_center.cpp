@@ -1,0 +1,648 @@
+#include "linux/gio/gio_notification_center.hpp"
+
+#include <errno.h>
+#include <gio/gio.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/logger.hpp"
+#include "linux/gio/glib_loop_thread.hpp"
+
+namespace orvanta::linux_platform {
+namespace {
+
+constexpr const char* kServerName = "org.freedesktop.Notifications";
+constexpr const char* kServerPath = "/org/freedesktop/Notifications";
+constexpr const char* kServerInterface = "org.freedesktop.Notifications";
+
+using AuthorizationCompletion = std::function<void(bool, std::optional<Error>)>;
+using AddCompletion = std::function<void(std::optional<Error>)>;
+
+const GVariantType* variantType(const char* text) {
+  return reinterpret_cast<const GVariantType*>(text);  // a type is its type string
+}
+
+// D-Bus strings must be UTF-8; whatever a push carried is made valid first.
+std::string validUtf8(const std::string& text) {
+  gchar* valid = g_utf8_make_valid(text.c_str(), static_cast<gssize>(text.size()));
+  std::string result = valid;
+  g_free(valid);
+  return result;
+}
+
+bool contains(const std::vector<std::string>& list, const std::string& item) {
+  return std::find(list.begin(), list.end(), item) != list.end();
+}
+
+// Why a bus call failed, in words the log and the completions carry.
+std::string describeCallError(const GError* error) {
+  GError* copy = g_error_copy(error);
+  g_dbus_error_strip_remote_error(copy);
+  std::string message = copy->message;
+  g_error_free(copy);
+  if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
+      g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
+    return "no notification server on the session D-Bus (" + message + ")";
+  }
+  if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CLOSED)) {
+    return "the session D-Bus connection was closed";
+  }
+  return "the notification server failed: " + message;
+}
+
+std::string describeConnectError(const GError* error) {
+  return std::string("no session D-Bus (") + error->message + ")";
+}
+
+Error centreError(const std::string& why) {
+  return Error(Error::Domain::system, 0, "Desktop notifications are unavailable: " + why);
+}
+
+std::string defaultApplicationName() {
+  const char* name = g_get_application_name();  // the program's name unless set otherwise
+  return name != nullptr ? name : program_invocation_short_name;
+}
+
+// Everything the centre does happens on its loop thread; the members marked so are touched only
+// there. The object outlives every GIO call it starts: the loop keeps it until they all reported.
+class Core : public std::enable_shared_from_this<Core> {
+ public:
+  explicit Core(GioNotificationCenterOptions options)
+      : options_(std::move(options)), cancellable_(g_cancellable_new()), loop_("orvanta-dbus") {
+    if (options_.applicationName.empty()) {
+      options_.applicationName = defaultApplicationName();
+    }
+  }
+
+  ~Core() { g_object_unref(cancellable_); }
+
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
+
+  void requestAuthorization(AuthorizationCompletion completion) {
+    // Posted work captures `this`: it runs only while the loop runs, and the loop ends before the
+    // core is released.
+    loop_.post([this, completion = std::move(completion)] {
+      withConnection(
+          [this, completion] {
+            call("GetCapabilities", nullptr, "(as)", [completion](GVariant*, const GError* error) {
+              if (error != nullptr) {
+                deliver(completion, false, centreError(describeCallError(error)));
+              } else {
+                deliver(completion, true, std::nullopt);
+              }
+            });
+          },
+          [completion](const std::string& why) { deliver(completion, false, centreError(why)); });
+    });
+  }
+
+  void setNotificationCategories(std::vector<port::NotificationCategory> categories) {
+    loop_.post([this, categories = std::move(categories)]() mutable {
+      categories_ = std::move(categories);
+    });
+  }
+
+  void add(port::NotificationRequest request, AddCompletion completion) {
+    loop_.post([this, request = std::move(request), completion = std::move(completion)]() mutable {
+      offer(port::Notification{std::move(request), std::chrono::system_clock::now()},
+            std::move(completion));
+    });
+  }
+
+  void setDelegate(std::weak_ptr<port::NotificationCenterDelegate> delegate) {
+    std::lock_guard lock(delegateMutex_);
+    delegate_ = std::move(delegate);
+  }
+
+  std::shared_ptr<port::NotificationCenterDelegate> delegate() const {
+    std::lock_guard lock(delegateMutex_);
+    return delegate_.lock();
+  }
+
+  // Called once, by the centre's destructor, on any thread.
+  void shutdown() {
+    auto self = shared_from_this();
+    loop_.stop([self] { self->closeOnLoop(); }, [self] { return self->pendingCalls_ == 0; });
+  }
+
+ private:
+  using Failure = std::function<void(const std::string& why)>;
+  using CallDone = std::function<void(GVariant* reply, const GError* error)>;
+
+  struct PendingCall {
+    Core* core;
+    CallDone done;
+  };
+
+  static void deliver(const AuthorizationCompletion& completion, bool granted,
+                      std::optional<Error> error) {
+    if (!completion) {
+      return;
+    }
+    try {
+      completion(granted, std::move(error));
+    } catch (...) {  // NOLINT(bugprone-empty-catch): host code must not stop the loop
+    }
+  }
+
+  static void complete(const AddCompletion& completion, std::optional<Error> error) {
+    if (!completion) {
+      return;
+    }
+    try {
+      completion(std::move(error));
+    } catch (...) {  // NOLINT(bugprone-empty-catch): host code must not stop the loop
+    }
+  }
+
+  // --- connection (loop thread) ------------------------------------------------------------
+
+  void withConnection(std::function<void()> ready, Failure failed) {
+    if (connection_ != nullptr) {
+      ready();
+      return;
+    }
+    waiting_.emplace_back(std::move(ready), std::move(failed));
+    if (!connecting_) {
+      connect();
+    }
+  }
+
+  void connect() {
+    connecting_ = true;
+    std::string address = options_.busAddress;
+    if (address.empty()) {
+      GError* error = nullptr;
+      gchar* found = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_, &error);
+      if (found == nullptr) {
+        connected(nullptr, error);
+        g_error_free(error);
+        return;
+      }
+      address = found;
+      g_free(found);
+    }
+    ++pendingCalls_;
+    // A connection of our own (not GIO's shared one): closing it never touches the host's, and it
+    // never ends the process when the bus goes away.
+    g_dbus_connection_new_for_address(
+        address.c_str(),
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, cancellable_, &Core::onConnected, this);
+  }
+
+  static void onConnected(GObject*, GAsyncResult* result, gpointer data) {
+    auto* core = static_cast<Core*>(data);
+    GError* error = nullptr;
+    GDBusConnection* connection = g_dbus_connection_new_for_address_finish(result, &error);
+    --core->pendingCalls_;
+    if (core->closing_) {
+      if (connection != nullptr) {
+        core->closeConnection(connection);
+      }
+    } else {
+      core->connected(connection, error);
+    }
+    if (error != nullptr) {
+      g_error_free(error);
+    }
+  }
+
+  void connected(GDBusConnection* connection, const GError* error) {
+    connecting_ = false;
+    auto waiting = std::move(waiting_);
+    waiting_.clear();
+    if (connection == nullptr) {
+      const std::string why = describeConnectError(error);
+      for (auto& [ready, failed] : waiting) {
+        failed(why);
+      }
+      return;
+    }
+    connection_ = connection;
+    closedHandler_ =
+        g_signal_connect_data(connection_, "closed", reinterpret_cast<GCallback>(&Core::onClosed),
+                              this, nullptr, static_cast<GConnectFlags>(0));
+    subscribe(kServerName, kServerInterface, "ActionInvoked", kServerPath, nullptr);
+    subscribe(kServerName, kServerInterface, "NotificationClosed", kServerPath, nullptr);
+    subscribe("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+              "/org/freedesktop/DBus", kServerName);
+    for (auto& [ready, failed] : waiting) {
+      ready();
+    }
+  }
+
+  void subscribe(const char* sender, const char* interface, const char* member, const char* path,
+                 const char* arg0) {
+    subscriptions_.push_back(g_dbus_connection_signal_subscribe(
+        connection_, sender, interface, member, path, arg0, G_DBUS_SIGNAL_FLAGS_NONE,
+        &Core::onSignal, this, nullptr));
+  }
+
+  // The bus went away: notifications shown through it can't be answered any more; the next
+  // request connects again.
+  static void onClosed(GDBusConnection*, gboolean, GError*, gpointer data) {
+    static_cast<Core*>(data)->dropConnection();
+  }
+
+  void dropConnection() {
+    if (connection_ == nullptr) {
+      return;
+    }
+    for (guint subscription : subscriptions_) {
+      g_dbus_connection_signal_unsubscribe(connection_, subscription);
+    }
+    subscriptions_.clear();
+    g_signal_handler_disconnect(connection_, closedHandler_);
+    closedHandler_ = 0;
+    GDBusConnection* connection = connection_;
+    connection_ = nullptr;
+    forgetShown();
+    closeConnection(connection);
+  }
+
+  // Closes and releases a connection; the loop waits for the close to finish before it ends.
+  void closeConnection(GDBusConnection* connection) {
+    ++pendingCalls_;
+    g_dbus_connection_close(
+        connection, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer data) {
+          g_dbus_connection_close_finish(reinterpret_cast<GDBusConnection*>(source), result,
+                                         nullptr);
+          --static_cast<Core*>(data)->pendingCalls_;
+        },
+        this);
+    g_object_unref(connection);
+  }
+
+  void closeOnLoop() {
+    closing_ = true;
+    g_cancellable_cancel(cancellable_);
+    waiting_.clear();
+    dropConnection();
+  }
+
+  // One method call on the server; `done` runs on the loop thread, unless the centre is closing.
+  void call(const char* method, GVariant* parameters, const char* replyType, CallDone done) {
+    if (connection_ == nullptr) {
+      if (parameters != nullptr) {
+        g_variant_unref(g_variant_ref_sink(parameters));
+      }
+      GError* error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_CLOSED, "connection closed");
+      done(nullptr, error);
+      g_error_free(error);
+      return;
+    }
+    ++pendingCalls_;
+    g_dbus_connection_call(connection_, kServerName, kServerPath, kServerInterface, method,
+                           parameters, variantType(replyType), G_DBUS_CALL_FLAGS_NONE, -1,
+                           cancellable_, &Core::onCallDone, new PendingCall{this, std::move(done)});
+  }
+
+  static void onCallDone(GObject* source, GAsyncResult* result, gpointer data) {
+    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
+    GError* error = nullptr;
+    GVariant* reply =
+        g_dbus_connection_call_finish(reinterpret_cast<GDBusConnection*>(source), result, &error);
+    Core* core = pending->core;
+    --core->pendingCalls_;
+    if (!core->closing_) {
+      pending->done(reply, error);
+    }
+    if (reply != nullptr) {
+      g_variant_unref(reply);
+    }
+    if (error != nullptr) {
+      g_error_free(error);
+    }
+  }
+
+  // --- presentation (loop thread) ----------------------------------------------------------
+
+  // A notification on its way to the server, with its category's buttons as they were when it
+  // was added.
+  struct Presentation {
+    port::Notification notification;
+    std::vector<port::NotificationAction> buttons;
+    AddCompletion completion;
+  };
+
+  void offer(port::Notification notification, AddCompletion completion) {
+    std::vector<port::NotificationAction> buttons;
+    const std::string& categoryIdentifier = notification.request.content.categoryIdentifier;
+    for (const auto& category : categories_) {
+      if (!categoryIdentifier.empty() && category.identifier == categoryIdentifier) {
+        buttons = category.actions;
+      }
+    }
+    Presentation presentation{std::move(notification), std::move(buttons), std::move(completion)};
+    auto delegate = this->delegate();
+    if (!delegate) {
+      enqueue(std::move(presentation));
+      return;
+    }
+    auto answered = std::make_shared<std::atomic<bool>>(false);
+    std::weak_ptr<Core> weak = weak_from_this();
+    const port::Notification offered = presentation.notification;
+    auto handler = [weak, answered, presentation](port::PresentationOptions options) {
+      if (answered->exchange(true)) {
+        return;
+      }
+      if (auto core = weak.lock()) {
+        core->loop_.post([core = core.get(), presentation, options]() mutable {
+          if ((options & port::kPresentationOptionAlert) != 0) {
+            core->enqueue(std::move(presentation));
+          } else {
+            complete(presentation.completion, std::nullopt);  // the delegate chose: no error
+          }
+        });
+      }
+    };
+    callDelegate([delegate, offered, handler = std::move(handler)]() mutable {
+      delegate->willPresentNotification(offered, std::move(handler));
+    });
+  }
+
+  /// Runs a call into the delegate on the delegate queue, or here; whatever it throws is dropped.
+  void callDelegate(std::function<void()> call) {
+    auto guarded = [call = std::move(call)] {
+      try {
+        call();
+      } catch (...) {  // NOLINT(bugprone-empty-catch): host code must not stop the loop
+      }
+    };
+    if (options_.delegateQueue) {
+      options_.delegateQueue->async(std::move(guarded));
+    } else {
+      guarded();
+    }
+  }
+
+  // Notifications go to the server one at a time, in order, so that a request replacing an
+  // earlier one knows the id the server gave it.
+  void enqueue(Presentation presentation) {
+    presentations_.push_back(std::move(presentation));
+    if (!presenting_) {
+      presentNext();
+    }
+  }
+
+  void presentNext() {
+    if (presentations_.empty()) {
+      presenting_ = false;
+      return;
+    }
+    presenting_ = true;
+    auto presentation = std::make_shared<Presentation>(std::move(presentations_.front()));
+    presentations_.pop_front();
+    // Asks the server what it can show, then hands it the notification.
+    withConnection(
+        [this, presentation] {
+          call("GetCapabilities", nullptr, "(as)",
+               [this, presentation](GVariant* reply, const GError* error) {
+                 if (error != nullptr) {
+                   finish(*presentation, describeCallError(error));
+                 } else {
+                   notify(presentation, capabilities(reply));
+                 }
+               });
+        },
+        [this, presentation](const std::string& why) { finish(*presentation, why); });
+  }
+
+  void notify(const std::shared_ptr<Presentation>& presentation,
+              const std::vector<std::string>& capabilities) {
+    const auto& request = presentation->notification.request;
+    std::uint32_t replacesId = 0;
+    if (auto it = shownIds_.find(request.identifier);
+        !request.identifier.empty() && it != shownIds_.end()) {
+      replacesId = it->second;
+    }
+    call("Notify", notifyParameters(*presentation, replacesId, capabilities), "(u)",
+         [this, presentation](GVariant* reply, const GError* error) {
+           if (error != nullptr) {
+             finish(*presentation, describeCallError(error));
+             return;
+           }
+           std::uint32_t id = 0;
+           g_variant_get(reply, "(u)", &id);
+           remember(presentation->notification, id);
+           failureLogged_ = false;
+           finish(*presentation, std::nullopt);
+         });
+  }
+
+  // Reports the outcome of one presentation (`failure`: why it was not shown) and starts the next.
+  void finish(const Presentation& presentation, const std::optional<std::string>& failure) {
+    if (failure) {
+      if (!failureLogged_) {
+        failureLogged_ = true;
+        OrvantaLogger::error("Notifications can't be shown: " + *failure);
+      }
+      complete(presentation.completion, centreError(*failure));
+    } else {
+      complete(presentation.completion, std::nullopt);
+    }
+    presentNext();
+  }
+
+  static std::vector<std::string> capabilities(GVariant* reply) {
+    std::vector<std::string> result;
+    GVariant* list = g_variant_get_child_value(reply, 0);
+    gsize count = 0;
+    const gchar** items = g_variant_get_strv(list, &count);
+    for (gsize i = 0; i < count; ++i) {
+      result.emplace_back(items[i]);
+    }
+    g_free(static_cast<gpointer>(items));
+    g_variant_unref(list);
+    return result;
+  }
+
+  GVariant* notifyParameters(const Presentation& presentation, std::uint32_t replacesId,
+                             const std::vector<std::string>& capabilities) const {
+    const auto& content = presentation.notification.request.content;
+    GVariantBuilder actions;
+    g_variant_builder_init(&actions, variantType("as"));
+    for (const auto& button : presentation.buttons) {
+      g_variant_builder_add(&actions, "s", validUtf8(button.identifier).c_str());
+      g_variant_builder_add(&actions, "s", validUtf8(button.title).c_str());
+    }
+    g_variant_builder_add(&actions, "s", std::string(port::kDefaultActionIdentifier).c_str());
+    g_variant_builder_add(&actions, "s", validUtf8(options_.defaultActionLabel).c_str());
+
+    GVariantBuilder hints;
+    g_variant_builder_init(&hints, variantType("a{sv}"));
+    if (contains(capabilities, "body-images") || contains(capabilities, "icon-static")) {
+      auto attachment =
+          std::find_if(content.attachments.begin(), content.attachments.end(),
+                       [](const port::NotificationAttachment& each) { return !each.path.empty(); });
+      if (attachment != content.attachments.end()) {
+        if (gchar* uri = g_filename_to_uri(attachment->path.c_str(), nullptr, nullptr)) {
+          g_variant_builder_add(&hints, "{sv}", "image-path", g_variant_new_string(uri));
+          g_free(uri);
+        }
+      }
+    }
+
+    std::string body = validUtf8(content.body);
+    if (contains(capabilities, "body-markup")) {
+      gchar* escaped = g_markup_escape_text(body.c_str(), static_cast<gssize>(body.size()));
+      body = escaped;
+      g_free(escaped);
+    }
+    return g_variant_new("(susss@as@a{sv}i)", validUtf8(options_.applicationName).c_str(),
+                         replacesId, "", validUtf8(content.title).c_str(), body.c_str(),
+                         g_variant_builder_end(&actions), g_variant_builder_end(&hints), -1);
+  }
+
+  void remember(const port::Notification& notification, std::uint32_t id) {
+    const std::string& identifier = notification.request.identifier;
+    if (!identifier.empty()) {
+      if (auto it = shownIds_.find(identifier); it != shownIds_.end() && it->second != id) {
+        shown_.erase(it->second);
+      }
+      shownIds_[identifier] = id;
+    }
+    shown_[id] = notification;
+  }
+
+  void forget(std::uint32_t id) {
+    auto it = shown_.find(id);
+    if (it == shown_.end()) {
+      return;
+    }
+    auto byIdentifier = shownIds_.find(it->second.request.identifier);
+    if (byIdentifier != shownIds_.end() && byIdentifier->second == id) {
+      shownIds_.erase(byIdentifier);
+    }
+    shown_.erase(it);
+  }
+
+  void forgetShown() {
+    shown_.clear();
+    shownIds_.clear();
+  }
+
+  // --- signals (loop thread) ---------------------------------------------------------------
+
+  static void onSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                       const gchar* member, GVariant* parameters, gpointer data) {
+    auto* core = static_cast<Core*>(data);
+    const std::string signal = member;
+    if (signal == "ActionInvoked" && g_variant_is_of_type(parameters, variantType("(us)"))) {
+      std::uint32_t id = 0;
+      const gchar* key = nullptr;
+      g_variant_get(parameters, "(u&s)", &id, &key);
+      core->actionInvoked(id, key);
+    } else if (signal == "NotificationClosed" &&
+               g_variant_is_of_type(parameters, variantType("(uu)"))) {
+      std::uint32_t id = 0;
+      std::uint32_t reason = 0;
+      g_variant_get(parameters, "(uu)", &id, &reason);
+      core->forget(id);
+    } else if (signal == "NameOwnerChanged" &&
+               g_variant_is_of_type(parameters, variantType("(sss)"))) {
+      const gchar* name = nullptr;
+      const gchar* oldOwner = nullptr;
+      const gchar* newOwner = nullptr;
+      g_variant_get(parameters, "(&s&s&s)", &name, &oldOwner, &newOwner);
+      // A server that went away takes its notifications with it; a new one numbers afresh.
+      if (oldOwner[0] != '\0') {
+        core->forgetShown();
+      }
+    }
+  }
+
+  void actionInvoked(std::uint32_t id, const std::string& key) {
+    auto it = shown_.find(id);
+    if (it == shown_.end()) {
+      return;  // not one of ours, or already closed
+    }
+    port::NotificationResponse response{
+        it->second,
+        key == port::kDefaultActionIdentifier ? std::string(port::kDefaultActionIdentifier) : key};
+    auto delegate = this->delegate();
+    if (!delegate) {
+      return;
+    }
+    // Nothing waits for the response to be handled: the handler does nothing, however often it
+    // is called.
+    callDelegate(
+        [delegate, response] { delegate->didReceiveNotificationResponse(response, [] {}); });
+  }
+
+  GioNotificationCenterOptions options_;
+  mutable std::mutex delegateMutex_;
+  std::weak_ptr<port::NotificationCenterDelegate> delegate_;
+
+  // Loop thread only.
+  GCancellable* cancellable_;
+  GDBusConnection* connection_ = nullptr;
+  gulong closedHandler_ = 0;
+  std::vector<guint> subscriptions_;
+  bool connecting_ = false;
+  std::vector<std::pair<std::function<void()>, Failure>> waiting_;
+  std::vector<port::NotificationCategory> categories_;
+  std::deque<Presentation> presentations_;  // waiting for the one under way
+  bool presenting_ = false;
+  std::map<std::uint32_t, port::Notification> shown_;  // by server id
+  std::map<std::string, std::uint32_t> shownIds_;      // server id by request identifier
+  bool failureLogged_ = false;                         // since the last notification shown
+  int pendingCalls_ = 0;                               // GIO calls started and not reported yet
+  bool closing_ = false;
+
+  // Last: the thread stops before the members it uses are destroyed.
+  GlibLoopThread loop_;
+};
+
+class GioNotificationCenter final : public port::NotificationCenter {
+ public:
+  explicit GioNotificationCenter(GioNotificationCenterOptions options)
+      : core_(std::make_shared<Core>(std::move(options))) {}
+  ~GioNotificationCenter() override { core_->shutdown(); }
+  GioNotificationCenter(const GioNotificationCenter&) = delete;
+  GioNotificationCenter& operator=(const GioNotificationCenter&) = delete;
+
+  void requestAuthorization(port::AuthorizationOptions,
+                            AuthorizationCompletion completionHandler) override {
+    core_->requestAuthorization(std::move(completionHandler));
+  }
+  void setNotificationCategories(std::vector<port::NotificationCategory> categories) override {
+    core_->setNotificationCategories(std::move(categories));
+  }
+  void add(port::NotificationRequest request, AddCompletion completionHandler) override {
+    core_->add(std::move(request), std::move(completionHandler));
+  }
+  void setDelegate(std::weak_ptr<port::NotificationCenterDelegate> delegate) override {
+    core_->setDelegate(std::move(delegate));
+  }
+  std::shared_ptr<port::NotificationCenterDelegate> delegate() const override {
+    return core_->delegate();
+  }
+
+ private:
+  std::shared_ptr<Core> core_;
+};
+
+}  // namespace
+
+std::shared_ptr<port::NotificationCenter> makeGioNotificationCenter(
+    GioNotificationCenterOptions options) {
+  return std::make_shared<GioNotificationCenter>(std::move(options));
+}
+
+}  // namespace orvanta::linux_platform
