@@ -96,7 +96,8 @@ std::shared_ptr<Platform> TestPlatform::build(const std::shared_ptr<port::MainQu
   platform->secureStore = std::make_shared<FileSecureStore>(secureStoreDirectory());
   platform->preferences = std::make_shared<JsonPreferencesStore>(
       preferencesFile(), warningsToLogSink(logSink_, clock_));
-  platform->bundle = std::make_shared<FolderBundle>(bundleDirectory(), kitResourcesDirectory());
+  platform->bundle = std::make_shared<FolderBundle>(bundleDirectory(), kitResourcesDirectory(),
+                                                    options_.languages);
   platform->fileLocations = std::make_shared<XdgFileLocations>(dataDirectory());
   platform->lifecycle = std::make_shared<HostLifecycle>(queue, options_.backgroundTaskBudget);
   platform->deviceInfo = std::make_shared<LinuxDeviceInfo>();

@@ -24,6 +24,8 @@ struct TestPlatformOptions {
   /// The HTTP client; default: the libcurl client, created on the first request.
   std::shared_ptr<port::HttpClient> httpClient;
   std::chrono::milliseconds backgroundTaskBudget{30'000};
+  /// The language of the kit's texts; English by default, whatever the machine's locale.
+  std::vector<std::string> languages;
 };
 
 /// A complete Linux platform rooted in a fresh temporary folder, with a manual clock, a manual main

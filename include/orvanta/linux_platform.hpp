@@ -4,9 +4,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "orvanta/export.hpp"
 #include "orvanta/platform.hpp"
+#include "orvanta/value.hpp"
 
 namespace orvanta {
 
@@ -27,6 +29,10 @@ struct ORVANTA_API LinuxPlatformOptions {
   /// The kit's own resources (string tables); default: the installed share/orvanta folder,
   /// else the bundle directory.
   std::optional<std::string> kitResourcesDirectory;
+  /// The languages of the kit's texts (button titles, alert buttons), most wanted first ("de",
+  /// "pt_BR"); empty: the user's, from LANGUAGE, LC_ALL, LC_MESSAGES or LANG. English when none
+  /// of them is supplied.
+  std::vector<std::string> languages{};
   /// How long a background task may run before it expires, unless the host reports suspension
   /// first (`postWillSuspend`). Zero: tasks only expire at suspension.
   std::chrono::milliseconds backgroundTaskBudget{30'000};
@@ -40,5 +46,12 @@ struct ORVANTA_API LinuxPlatformOptions {
 ///   `orvanta::installPlatform(orvanta::makeLinuxPlatform({.bundleDirectory =
 ///   "/path/to/folder"}));`
 ORVANTA_API std::shared_ptr<Platform> makeLinuxPlatform(const LinuxPlatformOptions& options = {});
+
+/// Hands a remote push to the notification centre of the platform in force, as the system does
+/// when a push arrives: title, body and category come from the push's dictionary `userInfo`
+/// (its "aps" alert, else the kit's "data"), and the notification is offered to the kit in front
+/// (`OrvantaPush::willPresentNotification`) before it is shown. A host whose pushes arrive by a
+/// transport of its own calls this with each push. Any thread; never throws.
+ORVANTA_API void deliverRemoteNotification(const ValueMap& userInfo);
 
 }  // namespace orvanta

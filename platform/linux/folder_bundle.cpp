@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "linux/file_utils.hpp"
@@ -37,10 +39,46 @@ std::map<std::string, std::string> loadTable(const std::string& path) {
   return entries;
 }
 
+/// "de_DE.UTF-8@euro" -> "de_DE"; none for "C", "POSIX" and empty text.
+std::optional<std::string> localeName(std::string_view locale) {
+  std::string_view name = locale.substr(0, locale.find_first_of(".@"));
+  if (name.empty() || name == "C" || name == "POSIX" || !isSafeComponent(std::string(name))) {
+    return std::nullopt;
+  }
+  return std::string(name);
+}
+
 }  // namespace
 
-FolderBundle::FolderBundle(std::string bundleFolder, std::string kitResourcesFolder)
-    : bundleFolder_(std::move(bundleFolder)), kitResourcesFolder_(std::move(kitResourcesFolder)) {}
+FolderBundle::FolderBundle(std::string bundleFolder, std::string kitResourcesFolder,
+                           std::vector<std::string> languages)
+    : bundleFolder_(std::move(bundleFolder)),
+      kitResourcesFolder_(std::move(kitResourcesFolder)),
+      languages_(std::move(languages)) {}
+
+std::vector<std::string> FolderBundle::preferredLanguages() {
+  std::vector<std::string> languages;
+  if (const char* list = std::getenv("LANGUAGE"); list != nullptr) {
+    std::string_view rest(list);
+    while (!rest.empty()) {
+      const std::size_t colon = rest.find(':');
+      if (auto name = localeName(rest.substr(0, colon))) {
+        languages.push_back(*name);
+      }
+      rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
+    }
+  }
+  for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* value = std::getenv(variable);
+    if (value != nullptr && value[0] != '\0') {
+      if (auto name = localeName(value)) {
+        languages.push_back(*name);
+      }
+      break;
+    }
+  }
+  return languages;
+}
 
 std::optional<std::string> FolderBundle::pathForResource(const std::string& name,
                                                          const std::string& type) {
@@ -56,6 +94,24 @@ std::optional<std::string> FolderBundle::pathForResource(const std::string& name
   return path;
 }
 
+std::string FolderBundle::tablePath(const std::string& tableName) const {
+  const std::string fileName = tableName + ".json";
+  for (const auto& language : languages_) {
+    std::vector<std::string> candidates{language};
+    if (auto underscore = language.find('_'); underscore != std::string::npos) {
+      candidates.push_back(language.substr(0, underscore));
+    }
+    for (const auto& candidate : candidates) {
+      std::string path = kitResourcesFolder_ + "/" + candidate + "/" + fileName;
+      struct stat info {};
+      if (::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+        return path;
+      }
+    }
+  }
+  return kitResourcesFolder_ + "/" + fileName;
+}
+
 std::string FolderBundle::localizedString(const std::string& key, const std::string& table) {
   std::string tableName = table.empty() ? "Localizable" : table;
   if (!isSafeComponent(tableName)) {
@@ -64,8 +120,7 @@ std::string FolderBundle::localizedString(const std::string& key, const std::str
   std::lock_guard lock(mutex_);
   auto found = tables_.find(tableName);
   if (found == tables_.end()) {
-    found = tables_.emplace(tableName, loadTable(kitResourcesFolder_ + "/" + tableName + ".json"))
-                .first;
+    found = tables_.emplace(tableName, loadTable(tablePath(tableName))).first;
   }
   auto entry = found->second.find(key);
   return entry == found->second.end() ? key : entry->second;

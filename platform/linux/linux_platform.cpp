@@ -159,8 +159,9 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
         locations.preferencesFile, warningsToLogSink(platform.logSink, platform.clock));
   });
   fill(platform.bundle, [&] {
-    return std::make_shared<FolderBundle>(locations.bundleDirectory,
-                                          locations.kitResourcesDirectory);
+    return std::make_shared<FolderBundle>(
+        locations.bundleDirectory, locations.kitResourcesDirectory,
+        options.languages.empty() ? FolderBundle::preferredLanguages() : options.languages);
   });
   fill(platform.fileLocations,
        [&] { return std::make_shared<XdgFileLocations>(locations.dataDirectory); });

@@ -2,14 +2,12 @@
 
 #include <utility>
 
-#include "analytics/orvanta_analytics_impl.hpp"
 #include "core/guard.hpp"
 #include "core/logger.hpp"
 #include "core/logging_switch.hpp"
+#include "entry/components.hpp"
 #include "entry/orvanta_components.hpp"
 #include "entry/platform_installation.hpp"
-#include "networking/events_service.hpp"
-#include "push/orvanta_push_impl.hpp"
 
 namespace orvanta {
 namespace {
@@ -25,53 +23,6 @@ class SharedConfigurationCredentials final : public CredentialsSource {
   }
 };
 
-std::unique_ptr<OrvantaPush> makePush(const std::shared_ptr<detail::KitContext>& context) {
-  const auto& platform = *context->platform();
-  auto inAppInteraction =
-      std::make_shared<OrvantaInAppInteraction>(OrvantaInAppInteraction::Dependencies{
-          platform.presenter, platform.application, platform.mainQueue});
-  return std::make_unique<OrvantaPush>(std::make_shared<OrvantaPush::Impl>(OrvantaPush::Impl::Dependencies{
-      .authData = context->authData(),
-      .notificationCenter = platform.notificationCenter,
-      .application = platform.application,
-      .mainQueue = platform.mainQueue,
-      .categoriesFactory =
-          std::make_shared<OrvantaPushNotificationCategoriesFactory>(platform.bundle),
-      .statusReporter = context->makeStatusReporter(),
-      .inAppInteraction = std::move(inAppInteraction),
-  }));
-}
-
-/// Hooks the platform's push callbacks for `push`.
-std::shared_ptr<PushInterception> interceptPushCallbacks(const detail::KitContext& context,
-                                                         const OrvantaPush& push) {
-  auto interception = std::make_shared<PushInterception>(push.impl());
-  context.platform()->notificationCenter->setDelegate(interception);
-  context.platform()->application->setDelegate(interception);
-  return interception;
-}
-
-std::unique_ptr<OrvantaAnalytics> makeAnalytics(
-    const std::shared_ptr<detail::KitContext>& context) {
-  std::weak_ptr<detail::KitContext> weakContext = context;
-  auto handler = OrvantaAnalyticsOperationsHandler::make({
-      .eventsDatabase = context->eventStore(),
-      .makeEventsService = [weakContext]() -> std::shared_ptr<EventsServiceProtocol> {
-        auto owner = weakContext.lock();
-        return owner ? std::make_shared<EventsService>(owner->router<EventsEndPoint>()) : nullptr;
-      },
-  });
-  const auto& platform = *context->platform();
-  auto impl = OrvantaAnalytics::Impl::make({
-      .operationsHandler = std::move(handler),
-      .authData = context->authData(),
-      .lifecycle = platform.lifecycle,
-      .clock = platform.clock,
-      .configFile = context->configFile(),
-  });
-  return std::make_unique<OrvantaAnalytics>(std::move(impl));
-}
-
 }  // namespace
 
 namespace detail {
@@ -86,9 +37,10 @@ std::shared_ptr<const CredentialsSource> sharedConfigurationCredentials() {
 Orvanta::Orvanta() : components_(std::make_unique<Components>()) {
   auto& context = components_->context;
   context = detail::processContext();
-  components_->orvantaPush = makePush(context);
-  components_->pushInterception = interceptPushCallbacks(*context, *components_->orvantaPush);
-  components_->orvantaAnalytics = makeAnalytics(context);
+  auto push = detail::makePushComponents(context);
+  components_->orvantaPush = std::move(push.push);
+  components_->pushInterception = std::move(push.interception);
+  components_->orvantaAnalytics = detail::makeAnalytics(context);
   // Last: the default configuration, which switches logging off.
   configuration_ = OrvantaConfiguration::defaultConfiguration();
 }

@@ -8,6 +8,7 @@
 #include "linux/linux_platform_internal.hpp"
 #include "orvanta/host_lifecycle.hpp"
 #include "orvanta/linux_platform.hpp"
+#include "push/remote_notification.hpp"
 
 namespace orvanta {
 namespace {
@@ -54,6 +55,13 @@ void installPlatform(std::shared_ptr<Platform> platform) {
 
 std::shared_ptr<Platform> currentPlatform() {
   return detail::processContext()->platform();
+}
+
+void deliverRemoteNotification(const ValueMap& userInfo) {
+  detail::shielded([&] {
+    detail::processContext()->platform()->notificationCenter->add(
+        notificationRequestFromUserInfo(userInfo), nullptr);
+  });
 }
 
 void postLifecycleEvent(port::LifecycleEvent event) {

@@ -212,7 +212,8 @@ void OrvantaPush::Impl::handleNotificationAction(const std::string& identifier,
   if (identifier == port::kDefaultActionIdentifier) {
     return;
   }
-  OrvantaLogger::debug([&] { return "Did click on notification action with id: \"" + identifier + "\""; });
+  OrvantaLogger::debug(
+      [&] { return "Did click on notification action with id: \"" + identifier + "\""; });
   if (auto listener = delegate(); listener && listener->didClickOnActionButtonWithIdentifier) {
     detail::shielded(
         [&] { listener->didClickOnActionButtonWithIdentifier(identifier, payload.userInfo); });

@@ -12,8 +12,7 @@ namespace orvanta {
 /// response callbacks, and the application's registration outcome. While the push options'
 /// automatic configuration is on, each reaches the push facade, which completes the platform's
 /// request; while it is off, nothing is handled. Calls arrive on the thread the platform chooses.
-class PushInterception : public port::NotificationCenterDelegate,
-                         public port::ApplicationDelegate {
+class PushInterception : public port::NotificationCenterDelegate, public port::ApplicationDelegate {
  public:
   explicit PushInterception(std::shared_ptr<OrvantaPush::Impl> push);
 

@@ -11,8 +11,8 @@ using Actions = OrvantaPushNotificationCategoriesFactory::PushNotificationAction
 using Categories = OrvantaPushNotificationCategoriesFactory::PushNotificationCategories;
 
 constexpr std::array<std::string_view, 13> kActionRawValues = {
-    "YES",  "NO",    "ACCEPT", "DECLINE", "BUY_NOW", "LATER",   "ADD_TO_CART",
-    "NO_THANKS", "OPEN", "CLOSE", "LOGIN", "SHARE", "SEE_MORE",
+    "YES",       "NO",   "ACCEPT", "DECLINE", "BUY_NOW", "LATER",    "ADD_TO_CART",
+    "NO_THANKS", "OPEN", "CLOSE",  "LOGIN",   "SHARE",   "SEE_MORE",
 };
 
 struct CategoryEntry {
@@ -76,7 +76,8 @@ const std::array<Categories, 29>& OrvantaPushNotificationCategoriesFactory::allC
   return cases;
 }
 
-std::string_view OrvantaPushNotificationCategoriesFactory::rawValue(PushNotificationActions action) {
+std::string_view OrvantaPushNotificationCategoriesFactory::rawValue(
+    PushNotificationActions action) {
   return kActionRawValues.at(static_cast<std::size_t>(action));
 }
 

@@ -21,16 +21,53 @@ class OrvantaPushNotificationCategoriesFactory {
   /// application to the front, titled by the localised "loc_push_action_title_" + raw value in
   /// lower case.
   enum class PushNotificationActions {
-    yes, no, accept, decline, buyNow, later, addToCart, noThanks, open, close, login, share, seeMore
+    yes,
+    no,
+    accept,
+    decline,
+    buyNow,
+    later,
+    addToCart,
+    noThanks,
+    open,
+    close,
+    login,
+    share,
+    seeMore
   };
 
   /// The categories, "ORVANTA_PUSH_CATEGORY_" + raw value; an "INVERTED" one has its base's two
   /// buttons in the other order.
   enum class PushNotificationCategories {
-    decision, decisionInverted, acceptance, acceptanceInverted, shoppingNow, shoppingNowInverted,
-    shoppingCart, shoppingCartInverted, opening, openingInverted, loginClose, loginCloseInverted,
-    sharing, sharingInverted, moreClose, moreCloseInverted,
-    yes, no, accept, decline, buyNow, later, addToCart, noThanks, open, close, login, share, seeMore
+    decision,
+    decisionInverted,
+    acceptance,
+    acceptanceInverted,
+    shoppingNow,
+    shoppingNowInverted,
+    shoppingCart,
+    shoppingCartInverted,
+    opening,
+    openingInverted,
+    loginClose,
+    loginCloseInverted,
+    sharing,
+    sharingInverted,
+    moreClose,
+    moreCloseInverted,
+    yes,
+    no,
+    accept,
+    decline,
+    buyNow,
+    later,
+    addToCart,
+    noThanks,
+    open,
+    close,
+    login,
+    share,
+    seeMore
   };
 
   static constexpr std::string_view kActionPrefix = "ORVANTA_PUSH_ACTION_";

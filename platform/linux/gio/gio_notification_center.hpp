@@ -19,7 +19,7 @@ struct GioNotificationCenterOptions {
   std::string defaultActionLabel = "Show";
   /// Where the delegate is called (the application's main queue, as on the phone platforms);
   /// none: on the centre's own thread.
-  std::shared_ptr<port::MainQueue> delegateQueue;
+  std::shared_ptr<port::MainQueue> delegateQueue{};
 };
 
 /// The notification centre of a Linux desktop: the notification server on the session D-Bus
