@@ -9,7 +9,7 @@
 #include <string>
 
 #include "analytics/orvanta_analytics_impl.hpp"
-#include "router_sandbox_fixture.hpp"
+#include "testing/sandbox_test.hpp"
 
 namespace orvanta {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "models/json.hpp"
 #include "networking/auth_data.hpp"
-#include "router_sandbox_fixture.hpp"
+#include "testing/sandbox_test.hpp"
 
 namespace orvanta {
 namespace {

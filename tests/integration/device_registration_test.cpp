@@ -6,7 +6,7 @@
 
 #include "networking/auth_data.hpp"
 #include "orvanta/orvanta.hpp"
-#include "router_sandbox_fixture.hpp"
+#include "testing/sandbox_test.hpp"
 
 namespace orvanta {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "networking/devices_end_point.hpp"
 #include "networking/router.hpp"
-#include "router_sandbox_fixture.hpp"
+#include "testing/sandbox_test.hpp"
 #include "testing/loopback_http_server.hpp"
 #include "testing/loopback_tcp_server.hpp"
 

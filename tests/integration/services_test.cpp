@@ -10,7 +10,7 @@
 #include "networking/devices_service.hpp"
 #include "networking/events_service.hpp"
 #include "networking/pushes_service.hpp"
-#include "router_sandbox_fixture.hpp"
+#include "testing/sandbox_test.hpp"
 #include "testing/loopback_http_server.hpp"
 
 namespace orvanta {

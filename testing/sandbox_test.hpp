@@ -1,7 +1,8 @@
 #pragma once
 
-// The networking tests' fixture: a fresh test platform, the sandbox on loopback with the kit
-// pointed at it, the sandbox's credentials in the host's configuration file, logging on.
+// The fixture of the tests that run the kit against the sandbox: a fresh test platform, the
+// sandbox on loopback with the kit pointed at it, the sandbox's credentials in the host's
+// configuration file, logging on. Test programs that include it link orvanta_sandbox.
 
 #include <gtest/gtest.h>
 
