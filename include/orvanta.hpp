@@ -9,6 +9,8 @@
 #include "orvanta/orvanta.hpp"
 #include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_configuration.hpp"
+#include "orvanta/orvanta_in_app_interaction.hpp"
 #include "orvanta/orvanta_push.hpp"
+#include "orvanta/orvanta_user_data.hpp"
 #include "orvanta/platform.hpp"
 #include "orvanta/service_urls.hpp"

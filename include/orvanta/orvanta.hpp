@@ -7,6 +7,7 @@
 #include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_configuration.hpp"
 #include "orvanta/orvanta_push.hpp"
+#include "orvanta/orvanta_user_data.hpp"
 
 namespace orvanta {
 
@@ -29,8 +30,16 @@ class ORVANTA_API Orvanta {
   /// The push facade of the shared instance. Any thread.
   static OrvantaPush& push();
 
+  /// The user-data facade of the shared instance. Any thread.
+  static OrvantaUserData& user();
+
   /// The analytics facade of the shared instance. Any thread.
   static OrvantaAnalytics& analytics();
+
+  /// Whether the platform's push callbacks reach the kit first: the push options'
+  /// `useAutomaticConfiguration` (on by default), read and written there. Any thread.
+  static bool isAutoConfigurationForPushNotificationsEnabled();
+  static void setIsAutoConfigurationForPushNotificationsEnabled(bool enabled);
 
   /// Builds a second, independent set of components. The kit itself only uses `shared()`.
   Orvanta();
@@ -43,6 +52,7 @@ class ORVANTA_API Orvanta {
 
   /// The kit's long-lived components (push, user data, analytics, in-app handler); internal.
   struct Components;
+  const Components& components() const { return *components_; }
 
  private:
   std::unique_ptr<Components> components_;

@@ -3,16 +3,25 @@
 #include <utility>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "networking/devices_service.hpp"
 #include "networking/events_service.hpp"
 #include "push/orvanta_push_impl.hpp"
+#include "user/orvanta_user_data_impl.hpp"
 
 namespace orvanta::detail {
 
 PushComponents makePushComponents(const std::shared_ptr<KitContext>& context) {
   const auto& platform = *context->platform();
+  auto statusReporter = context->makeStatusReporter();
   auto inAppInteraction =
-      std::make_shared<OrvantaInAppInteraction>(OrvantaInAppInteraction::Dependencies{
-          platform.presenter, platform.application, platform.mainQueue});
+      std::make_shared<OrvantaInAppInteraction::Impl>(OrvantaInAppInteraction::Impl::Dependencies{
+          .presenter = platform.presenter,
+          .application = platform.application,
+          .mainQueue = platform.mainQueue,
+          .bundle = platform.bundle,
+          .statusReporter = statusReporter,
+          .authData = context->authData(),
+      });
   auto push = std::make_unique<OrvantaPush>(
       std::make_shared<OrvantaPush::Impl>(OrvantaPush::Impl::Dependencies{
           .authData = context->authData(),
@@ -27,7 +36,12 @@ PushComponents makePushComponents(const std::shared_ptr<KitContext>& context) {
   auto interception = std::make_shared<PushInterception>(push->impl());
   platform.notificationCenter->setDelegate(interception);
   platform.application->setDelegate(interception);
-  return {std::move(push), std::move(interception)};
+  return {std::move(push), std::move(inAppInteraction), std::move(interception)};
+}
+
+std::unique_ptr<OrvantaUserData> makeUserData(const std::shared_ptr<KitContext>& context) {
+  return std::make_unique<OrvantaUserData>(std::make_shared<OrvantaUserData::Impl>(
+      OrvantaUserData::Impl::Dependencies{context->authData()}));
 }
 
 std::unique_ptr<OrvantaAnalytics> makeAnalytics(const std::shared_ptr<KitContext>& context) {
@@ -46,6 +60,18 @@ std::unique_ptr<OrvantaAnalytics> makeAnalytics(const std::shared_ptr<KitContext
       .configFile = context->configFile(),
   });
   return std::make_unique<OrvantaAnalytics>(std::move(impl));
+}
+
+std::shared_ptr<OrvantaInAppPushHandler> makeInAppPushHandler(
+    const std::shared_ptr<KitContext>& context, const PushComponents& push) {
+  return OrvantaInAppPushHandler::make({
+      .devicesService = std::make_shared<DevicesService>(context->router<DevicesEndPoint>()),
+      .authData = context->authData(),
+      .commonData = context->commonData(),
+      .push = push.push->impl(),
+      .inAppInteraction = push.inAppInteraction,
+      .lifecycle = context->platform()->lifecycle,
+  });
 }
 
 }  // namespace orvanta::detail

@@ -37,10 +37,14 @@ std::shared_ptr<const CredentialsSource> sharedConfigurationCredentials() {
 Orvanta::Orvanta() : components_(std::make_unique<Components>()) {
   auto& context = components_->context;
   context = detail::processContext();
+  // In this order: push, user data, analytics, in-app push handler; then the configuration.
   auto push = detail::makePushComponents(context);
-  components_->orvantaPush = std::move(push.push);
-  components_->pushInterception = std::move(push.interception);
+  components_->orvantaUserData = detail::makeUserData(context);
   components_->orvantaAnalytics = detail::makeAnalytics(context);
+  components_->orvantaInAppPushHandler = detail::makeInAppPushHandler(context, push);
+  components_->orvantaPush = std::move(push.push);
+  components_->inAppInteraction = std::move(push.inAppInteraction);
+  components_->pushInterception = std::move(push.interception);
   // Last: the default configuration, which switches logging off.
   configuration_ = OrvantaConfiguration::defaultConfiguration();
 }
@@ -82,6 +86,33 @@ OrvantaPush& Orvanta::push() {
 
 OrvantaAnalytics& Orvanta::analytics() {
   return *shared().components_->orvantaAnalytics;
+}
+
+OrvantaUserData& Orvanta::user() {
+  return *shared().components_->orvantaUserData;
+}
+
+bool Orvanta::isAutoConfigurationForPushNotificationsEnabled() {
+  return push().options()->useAutomaticConfiguration();
+}
+
+void Orvanta::setIsAutoConfigurationForPushNotificationsEnabled(bool enabled) {
+  push().options()->setUseAutomaticConfiguration(enabled);
+}
+
+void OrvantaInAppInteraction::presentAlertWithWebViewPresentationAction(
+    const std::shared_ptr<port::Screen>& in, const std::string& title, const std::string& message,
+    const std::string& webViewURL) {
+  detail::shielded([&] {
+    Orvanta::shared().components().inAppInteraction->presentAlertWithWebViewPresentationAction(
+        in, title, message, webViewURL);
+  });
+}
+
+void OrvantaInAppInteraction::presentWebViewController(const std::shared_ptr<port::Screen>& in,
+                                                       const std::string& url) {
+  detail::shielded(
+      [&] { Orvanta::shared().components().inAppInteraction->presentWebViewController(in, url); });
 }
 
 std::shared_ptr<OrvantaConfiguration> Orvanta::configuration() const {

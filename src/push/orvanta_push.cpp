@@ -219,7 +219,7 @@ void OrvantaPush::Impl::handleNotificationAction(const std::string& identifier,
         [&] { listener->didClickOnActionButtonWithIdentifier(identifier, payload.userInfo); });
     return;
   }
-  if (auto action = OrvantaInAppInteraction::searchNotificationAction(identifier, payload)) {
+  if (auto action = OrvantaInAppInteraction::Impl::searchNotificationAction(identifier, payload)) {
     dependencies_.inAppInteraction->handleAction(*action);
   }
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "inapp/orvanta_in_app_interaction.hpp"
+#include "inapp/orvanta_in_app_interaction_impl.hpp"
 #include "models/orvanta_notification_payload.hpp"
 #include "networking/auth_data.hpp"
 #include "orvanta/orvanta_push.hpp"
@@ -32,7 +32,7 @@ class OrvantaPush::Impl : public std::enable_shared_from_this<OrvantaPush::Impl>
     std::shared_ptr<OrvantaPushNotificationCategoriesFactory> categoriesFactory;
     std::shared_ptr<OrvantaNotificationStatusReporter> statusReporter;
     /// The kit's own handling of a push's actions.
-    std::shared_ptr<OrvantaInAppInteraction> inAppInteraction;
+    std::shared_ptr<OrvantaInAppInteraction::Impl> inAppInteraction;
   };
 
   explicit Impl(Dependencies dependencies);

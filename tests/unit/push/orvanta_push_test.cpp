@@ -50,17 +50,19 @@ class PushTest : public testing::PlatformTest {
     auto queue = platform()->mainQueue;
     center_ = std::make_shared<testing::RecordingNotificationCenter>(queue);
     authData_ = MockAuthData::make(testing::makeDevice("u"), authDataDependencies(devices_));
-    auto inApp = std::make_shared<OrvantaInAppInteraction>(
-        OrvantaInAppInteraction::Dependencies{platform()->presenter, application_, queue});
+    auto reporter = std::make_shared<OrvantaNotificationStatusReporter>(
+        OrvantaNotificationStatusReporter::Dependencies{pushes_, context().commonData(),
+                                                        platform()->clock});
+    auto inApp =
+        std::make_shared<OrvantaInAppInteraction::Impl>(OrvantaInAppInteraction::Impl::Dependencies{
+            platform()->presenter, application_, queue, platform()->bundle, reporter, authData_});
     auto impl = std::make_shared<OrvantaPush::Impl>(OrvantaPush::Impl::Dependencies{
         .authData = authData_,
         .notificationCenter = center_,
         .application = application_,
         .mainQueue = queue,
         .categoriesFactory = std::make_shared<Factory>(platform()->bundle),
-        .statusReporter = std::make_shared<OrvantaNotificationStatusReporter>(
-            OrvantaNotificationStatusReporter::Dependencies{pushes_, context().commonData(),
-                                                            platform()->clock}),
+        .statusReporter = reporter,
         .inAppInteraction = inApp,
     });
     push_ = std::make_unique<OrvantaPush>(impl);
