@@ -58,13 +58,18 @@ inline std::vector<std::string> awaitLinesContaining(CapturingLogSink& sink,
   return sink.linesContaining(text);
 }
 
-/// The test's manual main queue, telling the test when delayed work has been scheduled (from the
-/// HTTP client's thread, say), so that it can move time on only then.
+/// The test's manual main queue, telling the test when work has been handed to it (from the HTTP
+/// client's thread, say), so that it can run it, or move time on, only then.
 class WatchedMainQueue : public port::MainQueue {
  public:
   explicit WatchedMainQueue(ManualMainQueue& queue) : queue_(queue) {}
 
-  void async(std::function<void()> work) override { queue_.async(std::move(work)); }
+  void async(std::function<void()> work) override {
+    queue_.async(std::move(work));
+    std::lock_guard lock(mutex_);
+    ++posted_;
+    changed_.notify_all();
+  }
   std::shared_ptr<port::Cancellable> asyncAfter(std::chrono::milliseconds delay,
                                                 std::function<void()> work) override {
     auto handle = queue_.asyncAfter(delay, std::move(work));
@@ -84,12 +89,25 @@ class WatchedMainQueue : public port::MainQueue {
     std::lock_guard lock(mutex_);
     return scheduled_;
   }
+  /// Waits until `count` items have been posted with `async` since creation, then runs everything
+  /// due on the calling thread.
+  bool runOncePosted(std::size_t count) {
+    {
+      std::unique_lock lock(mutex_);
+      if (!changed_.wait_for(lock, kPatience, [&] { return posted_ >= count; })) {
+        return false;
+      }
+    }
+    queue_.runUntilIdle();
+    return true;
+  }
 
  private:
   ManualMainQueue& queue_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::size_t scheduled_ = 0;
+  std::size_t posted_ = 0;
 };
 
 class SandboxTest : public PlatformTest {

@@ -30,8 +30,8 @@ PushComponents makePushComponents(const std::shared_ptr<KitContext>& context) {
           .mainQueue = platform.mainQueue,
           .categoriesFactory =
               std::make_shared<OrvantaPushNotificationCategoriesFactory>(platform.bundle),
-          .statusReporter = context->makeStatusReporter(),
-          .inAppInteraction = std::move(inAppInteraction),
+          .statusReporter = statusReporter,
+          .inAppInteraction = inAppInteraction,
       }));
   auto interception = std::make_shared<PushInterception>(push->impl());
   platform.notificationCenter->setDelegate(interception);

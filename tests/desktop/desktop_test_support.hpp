@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include "testing/inbox.hpp"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -11,31 +13,6 @@
 #include <vector>
 
 namespace orvanta::testing {
-
-/// Values that callbacks hand over from other threads, with a wait for the count to reach N.
-template <class T>
-class Inbox {
- public:
-  void push(T value) {
-    std::lock_guard lock(mutex_);
-    items_.push_back(std::move(value));
-    changed_.notify_all();
-  }
-  bool waitFor(std::size_t count,
-               std::chrono::milliseconds timeout = std::chrono::milliseconds(20'000)) const {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, timeout, [&] { return items_.size() >= count; });
-  }
-  std::vector<T> items() const {
-    std::lock_guard lock(mutex_);
-    return items_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
-  std::vector<T> items_;
-};
 
 inline std::string currentThreadName() {
   char name[16] = {};
