@@ -11,6 +11,7 @@
 #include "orvanta/orvanta_configuration.hpp"
 #include "orvanta/orvanta_in_app_interaction.hpp"
 #include "orvanta/orvanta_push.hpp"
+#include "orvanta/orvanta_push_interception.hpp"
 #include "orvanta/orvanta_user_data.hpp"
 #include "orvanta/platform.hpp"
 #include "orvanta/service_urls.hpp"

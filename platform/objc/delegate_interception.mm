@@ -23,7 +23,8 @@ namespace {
 /// constructed on first use, even from a `+load` that runs before static initialisers.
 struct Registry {
   std::mutex mutex;
-  std::shared_ptr<const InterceptionHooks> hooks = std::make_shared<InterceptionHooks>();
+  std::shared_ptr<const InterceptionHooks> hooks =
+      std::make_shared<InterceptionHooks>(kitInterceptionHooks());
   std::shared_ptr<const ObjectAccessors> accessors = std::make_shared<ObjectAccessors>();
   /// The delegate protocol of each class whose `setDelegate:` was patched.
   std::map<Class, Protocol*> protocols;

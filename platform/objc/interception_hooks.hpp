@@ -30,6 +30,10 @@ struct InterceptionHooks {
   std::function<void(const port::NotificationResponse& response)> didReceiveNotificationResponse;
 };
 
+/// The hooks that reach the kit's push facade (`Orvanta::push()`, which the first intercepted call
+/// creates) and its automatic-configuration switch. They are in force until replaced.
+InterceptionHooks kitInterceptionHooks();
+
 /// Replaces the hooks of every interceptor in the process. Any thread; calls that already
 /// started finish with the hooks they started with.
 void setInterceptionHooks(InterceptionHooks hooks);

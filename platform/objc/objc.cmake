@@ -22,12 +22,19 @@ if(ORVANTA_WITH_OBJC AND CMAKE_OBJCXX_COMPILER)
     set(CMAKE_OBJCXX_COMPILER_LAUNCHER ${ORVANTA_CCACHE})
   endif()
 
+  # Beside the kit, not inside it: an Objective-C host links it next to Orvanta::orvanta (it uses
+  # the kit's public interface only), tests next to the internal library.
   add_library(orvanta_platform_objc STATIC
               ${CMAKE_CURRENT_LIST_DIR}/delegate_interception.mm
-              ${CMAKE_CURRENT_LIST_DIR}/swizzling.mm)
+              ${CMAKE_CURRENT_LIST_DIR}/swizzling.mm
+              ${CMAKE_CURRENT_LIST_DIR}/kit_interception_hooks.cpp)
   set_target_properties(orvanta_platform_objc PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_include_directories(orvanta_platform_objc
+    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+           $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/platform>)
+  target_compile_features(orvanta_platform_objc PUBLIC cxx_std_20)
   # The runtime library is found by the compiler driver (GCC keeps it beside its own libraries).
-  target_link_libraries(orvanta_platform_objc PUBLIC orvanta_internal objc)
+  target_link_libraries(orvanta_platform_objc PUBLIC objc)
   orvanta_set_warnings(orvanta_platform_objc)
   # CMake knows no language standards for GCC's Objective-C++: the flag is given here, to this
   # target and to whoever compiles Objective-C++ against it.

@@ -100,6 +100,32 @@ void Orvanta::setIsAutoConfigurationForPushNotificationsEnabled(bool enabled) {
   push().options()->setUseAutomaticConfiguration(enabled);
 }
 
+void OrvantaPushInterception::didRegisterForRemoteNotifications(
+    const std::vector<std::uint8_t>& deviceToken, TokenHandler hostHandler) {
+  detail::shielded([&] {
+    Orvanta::shared().components().pushInterception->didRegisterForRemoteNotifications(
+        deviceToken, hostHandler);
+  });
+}
+
+void OrvantaPushInterception::willPresentNotification(
+    const port::Notification& notification,
+    std::function<void(port::PresentationOptions)> completion, WillPresentHandler hostHandler) {
+  detail::shielded([&] {
+    Orvanta::shared().components().pushInterception->willPresentNotification(
+        notification, std::move(completion), hostHandler);
+  });
+}
+
+void OrvantaPushInterception::didReceiveNotificationResponse(
+    const port::NotificationResponse& response, std::function<void()> completion,
+    ResponseHandler hostHandler) {
+  detail::shielded([&] {
+    Orvanta::shared().components().pushInterception->didReceiveNotificationResponse(
+        response, std::move(completion), hostHandler);
+  });
+}
+
 void OrvantaInAppInteraction::presentAlertWithWebViewPresentationAction(
     const std::shared_ptr<port::Screen>& in, const std::string& title, const std::string& message,
     const std::string& webViewURL) {

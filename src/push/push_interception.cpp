@@ -10,16 +10,41 @@ namespace orvanta {
 PushInterception::PushInterception(std::shared_ptr<OrvantaPush::Impl> push)
     : push_(std::move(push)) {}
 
-bool PushInterception::enabled() const {
+std::shared_ptr<OrvantaPush::Impl> PushInterception::enabledPush() const {
   auto push = push_.lock();
-  return push && push->options()->useAutomaticConfiguration();
+  return push && push->options()->useAutomaticConfiguration() ? push : nullptr;
 }
 
 void PushInterception::willPresentNotification(
     const port::Notification& notification,
     std::function<void(port::PresentationOptions)> completionHandler) {
+  willPresentNotification(notification, std::move(completionHandler), {});
+}
+
+void PushInterception::didReceiveNotificationResponse(const port::NotificationResponse& response,
+                                                      std::function<void()> completionHandler) {
+  didReceiveNotificationResponse(response, std::move(completionHandler), {});
+}
+
+void PushInterception::didRegisterForRemoteNotifications(
+    const std::vector<std::uint8_t>& deviceToken) {
+  didRegisterForRemoteNotifications(deviceToken, {});
+}
+
+void PushInterception::didFailToRegisterForRemoteNotifications(const Error& error) {
   detail::shielded([&] {
-    if (auto push = push_.lock(); push && enabled()) {
+    if (auto push = enabledPush()) {
+      push->didFailToRegisterForRemoteNotifications(error);
+    }
+  });
+}
+
+void PushInterception::willPresentNotification(
+    const port::Notification& notification,
+    std::function<void(port::PresentationOptions)> completionHandler,
+    const OrvantaPushInterception::WillPresentHandler& hostHandler) {
+  detail::shielded([&] {
+    if (auto push = enabledPush()) {
       // A notification in front shows as an alert, without sound or badge.
       auto options = push->willPresentNotification(notification, port::kPresentationOptionAlert);
       if (completionHandler) {
@@ -27,35 +52,38 @@ void PushInterception::willPresentNotification(
       }
     }
   });
+  if (hostHandler) {
+    detail::shielded([&] { hostHandler(notification, completionHandler); });
+  }
 }
 
-void PushInterception::didReceiveNotificationResponse(const port::NotificationResponse& response,
-                                                      std::function<void()> completionHandler) {
+void PushInterception::didReceiveNotificationResponse(
+    const port::NotificationResponse& response, std::function<void()> completionHandler,
+    const OrvantaPushInterception::ResponseHandler& hostHandler) {
   detail::shielded([&] {
-    if (auto push = push_.lock(); push && enabled()) {
+    if (auto push = enabledPush()) {
       push->didReceiveNotificationResponse(response);
       if (completionHandler) {
         completionHandler();
       }
     }
   });
+  if (hostHandler) {
+    detail::shielded([&] { hostHandler(response, completionHandler); });
+  }
 }
 
 void PushInterception::didRegisterForRemoteNotifications(
-    const std::vector<std::uint8_t>& deviceToken) {
+    const std::vector<std::uint8_t>& deviceToken,
+    const OrvantaPushInterception::TokenHandler& hostHandler) {
   detail::shielded([&] {
-    if (auto push = push_.lock(); push && enabled()) {
+    if (auto push = enabledPush()) {
       push->didRegisterForRemoteNotifications(deviceToken);
     }
   });
-}
-
-void PushInterception::didFailToRegisterForRemoteNotifications(const Error& error) {
-  detail::shielded([&] {
-    if (auto push = push_.lock(); push && enabled()) {
-      push->didFailToRegisterForRemoteNotifications(error);
-    }
-  });
+  if (hostHandler) {
+    detail::shielded([&] { hostHandler(deviceToken); });
+  }
 }
 
 }  // namespace orvanta
