@@ -10,9 +10,13 @@
 //   register    start the sandbox, receive a push token, and show the device it registered
 //   push        ask to show notifications, receive a push in the foreground, press one of its
 //               buttons, and show the report the sandbox received
+//   user        set the user's profile and custom parameters, save them, and show what the
+//               sandbox received
+//   objc        (when built with Objective-C) an Objective-C host whose own token callback the
+//               kit intercepts
 //   track       track a handful of events with typed parameters
 //   background  move the application to the background and show the events delivered
-//   tour        register, push, track, background
+//   tour        register, push, user, objc (when built), track, background
 #include <orvanta.hpp>
 #include <orvanta_sandbox/sandbox.hpp>
 
@@ -25,6 +29,10 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
+#if defined(ORVANTA_DEMO_WITH_OBJC)
+bool runObjectiveCHost();  // objc_host.mm
+#endif
 
 namespace {
 
@@ -39,7 +47,7 @@ struct Options {
 void usage() {
   std::fprintf(stderr,
                "usage: orvanta-demo [--bundle DIR] [--data-dir DIR] "
-               "[configure|register|push|track|background|tour]...\n");
+               "[configure|register|push|user|objc|track|background|tour]...\n");
 }
 
 bool parse(int argc, char** argv, Options& options) {
@@ -188,6 +196,32 @@ bool receivePush(Services& services, Arrivals& arrivals, const std::string& devi
   return reported;
 }
 
+bool saveUser(Services& services) {
+  auto& sandbox = services.sandbox();
+  say("the host sets its user's profile and saves it");
+  auto& user = orvanta::Orvanta::user();
+  user.setEmail("ann@example.com");
+  user.setPhone("+1 555 0100");
+  user.setFirstName("Ann");
+  user.setLastName("Lee");
+  user.setCustomParameters({{"plan", "pro"}, {"seats", 5}, {"beta", true}});
+  user.saveUser();
+  bool saved = sandbox.waitFor(
+      [&] {
+        auto devices = sandbox.devices();
+        return !devices.empty() && devices.front().profile.contains("email");
+      },
+      10s);
+  if (!saved) {
+    std::printf("the profile did not reach the sandbox\n");
+    return false;
+  }
+  auto device = sandbox.devices().front();
+  std::printf("sandbox: profile %s\nsandbox: custom parameters %s\n", device.profile.dump().c_str(),
+              device.custom.dump().c_str());
+  return true;
+}
+
 void trackEvents() {
   say("the host tracks events");
   auto& analytics = orvanta::Orvanta::analytics();
@@ -257,6 +291,15 @@ int main(int argc, char** argv) {
     } else if (verb == "push") {
       ok = (!deviceToken.empty() || registerDevice(services, deviceToken)) &&
            receivePush(services, arrivals, deviceToken) && ok;
+    } else if (verb == "user") {
+      ok = saveUser(services) && ok;
+    } else if (verb == "objc") {
+#if defined(ORVANTA_DEMO_WITH_OBJC)
+      say("an Objective-C host receives a push token");
+      ok = runObjectiveCHost() && ok;
+#else
+      std::printf("orvanta-demo: built without Objective-C\n");
+#endif
     } else if (verb == "track") {
       trackEvents();
     } else if (verb == "background") {
@@ -264,6 +307,11 @@ int main(int argc, char** argv) {
     } else if (verb == "tour") {
       ok = registerDevice(services, deviceToken) && ok;
       ok = receivePush(services, arrivals, deviceToken) && ok;
+      ok = saveUser(services) && ok;
+#if defined(ORVANTA_DEMO_WITH_OBJC)
+      say("an Objective-C host receives a push token");
+      ok = runObjectiveCHost() && ok;
+#endif
       trackEvents();
       ok = goToBackground(services) && ok;
     } else {
