@@ -14,9 +14,11 @@
 //               sandbox received
 //   objc        (when built with Objective-C) an Objective-C host whose own token callback the
 //               kit intercepts
+//   catchup     the application comes back to the foreground and is offered the last push it
+//               missed, as an alert; the user presses a button
 //   track       track a handful of events with typed parameters
 //   background  move the application to the background and show the events delivered
-//   tour        register, push, user, objc (when built), track, background
+//   tour        register, push, user, catchup, objc (when built), track, background
 #include <orvanta.hpp>
 #include <orvanta_sandbox/sandbox.hpp>
 
@@ -47,7 +49,7 @@ struct Options {
 void usage() {
   std::fprintf(stderr,
                "usage: orvanta-demo [--bundle DIR] [--data-dir DIR] "
-               "[configure|register|push|user|objc|track|background|tour]...\n");
+               "[configure|register|push|user|catchup|objc|track|background|tour]...\n");
 }
 
 bool parse(int argc, char** argv, Options& options) {
@@ -77,6 +79,41 @@ void say(const std::string& text) {
   std::printf("\n== %s\n", text.c_str());
   std::fflush(stdout);
 }
+
+// The demo's screens: a terminal has no windows, so an alert is described on standard output and
+// its first button is pressed, as a user would; a web view screen prints the page it opens.
+class ConsolePresenter : public orvanta::port::Presenter {
+ public:
+  std::shared_ptr<orvanta::port::Screen> keyWindowRootScreen() override { return screen_; }
+
+  void presentAlert(const std::shared_ptr<orvanta::port::Screen>&, orvanta::port::Alert alert,
+                    bool) override {
+    std::printf("screen: alert \"%s\" - \"%s\" with buttons", alert.title.value_or("").c_str(),
+                alert.message.value_or("").c_str());
+    for (const auto& button : alert.buttons) {
+      std::printf(" [%s]", button.title.c_str());
+    }
+    std::printf("\n");
+    if (!alert.buttons.empty()) {
+      std::printf("screen: the user presses [%s]\n", alert.buttons.front().title.c_str());
+      if (alert.buttons.front().handler) {
+        alert.buttons.front().handler();
+      }
+    }
+  }
+
+  void presentWebViewScreen(const std::shared_ptr<orvanta::port::Screen>&,
+                            std::shared_ptr<orvanta::port::WebViewScreen>, bool) override {
+    std::printf("screen: the in-app web view opens\n");
+  }
+
+ private:
+  class Window : public orvanta::port::Screen {
+   public:
+    std::shared_ptr<Screen> presentedScreen() const override { return nullptr; }
+  };
+  std::shared_ptr<Window> screen_ = std::make_shared<Window>();
+};
 
 // The demo's stand-in for the hosted services, started on first need.
 class Services {
@@ -196,6 +233,31 @@ bool receivePush(Services& services, Arrivals& arrivals, const std::string& devi
   return reported;
 }
 
+bool catchUp(Services& services, const std::string& deviceToken) {
+  auto& sandbox = services.sandbox();
+  say("the service holds a push the user never saw; the application comes back to the foreground");
+  const std::size_t reportsBefore = sandbox.reports().size();
+  sandbox.setLastPush(deviceToken, {{"id", "demo-push-2"},
+                                    {"title", "Your cart is waiting"},
+                                    {"body", "Two items are still in your cart"},
+                                    {"action_buttons",
+                                     {{"category_id", "ORVANTA_PUSH_CATEGORY_SHOPPING_CART"},
+                                      {"items",
+                                       {{{"id", "ORVANTA_PUSH_ACTION_ADD_TO_CART"},
+                                         {"type", "NONE"},
+                                         {"url", "https://orvanta.io/cart"}}}}}}});
+  orvanta::postLifecycleEvent(orvanta::port::LifecycleEvent::willEnterForeground);
+  bool reported = sandbox.waitFor([&] { return sandbox.reports().size() > reportsBefore; }, 10s);
+  if (!reported) {
+    std::printf("the report did not reach the sandbox\n");
+    return false;
+  }
+  const auto report = sandbox.reports().back();
+  std::printf("sandbox: report for push %s: %s\n", report.pushId.c_str(),
+              report.body.dump().c_str());
+  return true;
+}
+
 bool saveUser(Services& services) {
   auto& sandbox = services.sandbox();
   say("the host sets its user's profile and saves it");
@@ -265,9 +327,12 @@ int main(int argc, char** argv) {
   orvanta::LinuxPlatformOptions platformOptions;
   platformOptions.applicationName = "orvanta-demo";
   platformOptions.bundleDirectory = options.bundle;
+  platformOptions.kitResourcesDirectory = ORVANTA_DEMO_KIT_RESOURCES;  // the kit's texts
   platformOptions.dataDirectory = options.dataDirectory;
   platformOptions.preferencesFile = options.dataDirectory + "/preferences.json";
-  orvanta::installPlatform(orvanta::makeLinuxPlatform(platformOptions));
+  auto platform = orvanta::makeLinuxPlatform(platformOptions);
+  platform->presenter = std::make_shared<ConsolePresenter>();
+  orvanta::installPlatform(platform);
 
   std::printf("orvanta-demo: bundle %s, data in %s\n", options.bundle.c_str(),
               options.dataDirectory.c_str());
@@ -291,6 +356,9 @@ int main(int argc, char** argv) {
     } else if (verb == "push") {
       ok = (!deviceToken.empty() || registerDevice(services, deviceToken)) &&
            receivePush(services, arrivals, deviceToken) && ok;
+    } else if (verb == "catchup") {
+      ok = (!deviceToken.empty() || registerDevice(services, deviceToken)) &&
+           catchUp(services, deviceToken) && ok;
     } else if (verb == "user") {
       ok = saveUser(services) && ok;
     } else if (verb == "objc") {
@@ -308,6 +376,7 @@ int main(int argc, char** argv) {
       ok = registerDevice(services, deviceToken) && ok;
       ok = receivePush(services, arrivals, deviceToken) && ok;
       ok = saveUser(services) && ok;
+      ok = catchUp(services, deviceToken) && ok;
 #if defined(ORVANTA_DEMO_WITH_OBJC)
       say("an Objective-C host receives a push token");
       ok = runObjectiveCHost() && ok;
