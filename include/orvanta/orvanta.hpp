@@ -41,7 +41,9 @@ class ORVANTA_API Orvanta {
   static bool isAutoConfigurationForPushNotificationsEnabled();
   static void setIsAutoConfigurationForPushNotificationsEnabled(bool enabled);
 
-  /// Builds a second, independent set of components. The kit itself only uses `shared()`.
+  /// Builds a second, independent set of components over the platform in force (its own device
+  /// authorization, stores and event database connection). The platform's push callbacks keep
+  /// reaching the shared instance's. The kit itself only uses `shared()`.
   Orvanta();
   ~Orvanta();
   Orvanta(const Orvanta&) = delete;
@@ -55,6 +57,10 @@ class ORVANTA_API Orvanta {
   const Components& components() const { return *components_; }
 
  private:
+  struct SharedInstance {};
+  explicit Orvanta(SharedInstance);
+  void build(bool shared);
+
   std::unique_ptr<Components> components_;
   mutable std::mutex configurationMutex_;
   std::shared_ptr<OrvantaConfiguration> configuration_;

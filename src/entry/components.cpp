@@ -10,7 +10,8 @@
 
 namespace orvanta::detail {
 
-PushComponents makePushComponents(const std::shared_ptr<KitContext>& context) {
+PushComponents makePushComponents(const std::shared_ptr<KitContext>& context,
+                                  bool hookPlatformCallbacks) {
   const auto& platform = *context->platform();
   auto statusReporter = context->makeStatusReporter();
   auto inAppInteraction =
@@ -34,8 +35,10 @@ PushComponents makePushComponents(const std::shared_ptr<KitContext>& context) {
           .inAppInteraction = inAppInteraction,
       }));
   auto interception = std::make_shared<PushInterception>(push->impl());
-  platform.notificationCenter->setDelegate(interception);
-  platform.application->setDelegate(interception);
+  if (hookPlatformCallbacks) {
+    platform.notificationCenter->setDelegate(interception);
+    platform.application->setDelegate(interception);
+  }
   return {std::move(push), std::move(inAppInteraction), std::move(interception)};
 }
 

@@ -22,8 +22,10 @@ struct PushComponents {
 };
 
 /// Step 1 of the kit's start: the push facade, with its categories, status reporter and action
-/// handling, hooked on the platform's push callbacks.
-PushComponents makePushComponents(const std::shared_ptr<KitContext>& context);
+/// handling; hooked on the platform's push callbacks when `hookPlatformCallbacks` (the shared
+/// instance's is).
+PushComponents makePushComponents(const std::shared_ptr<KitContext>& context,
+                                  bool hookPlatformCallbacks = true);
 
 /// Step 2: the user-data facade over the context's device authorization.
 std::unique_ptr<OrvantaUserData> makeUserData(const std::shared_ptr<KitContext>& context);

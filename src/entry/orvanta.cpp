@@ -35,10 +35,22 @@ std::shared_ptr<const CredentialsSource> sharedConfigurationCredentials() {
 }  // namespace detail
 
 Orvanta::Orvanta() : components_(std::make_unique<Components>()) {
+  build(false);
+}
+
+Orvanta::Orvanta(SharedInstance) : components_(std::make_unique<Components>()) {
+  build(true);
+}
+
+void Orvanta::build(bool shared) {
+  // The shared instance is built from the context whose stores and device authorization the
+  // shared accessors show; another instance from a context of its own.
   auto& context = components_->context;
-  context = detail::processContext();
+  context = shared ? detail::processContext()
+                   : std::make_shared<detail::KitContext>(
+                         currentPlatform(), detail::sharedConfigurationCredentials());
   // In this order: push, user data, analytics, in-app push handler; then the configuration.
-  auto push = detail::makePushComponents(context);
+  auto push = detail::makePushComponents(context, shared);
   components_->orvantaUserData = detail::makeUserData(context);
   components_->orvantaAnalytics = detail::makeAnalytics(context);
   components_->orvantaInAppPushHandler = detail::makeInAppPushHandler(context, push);
@@ -53,7 +65,7 @@ Orvanta::~Orvanta() = default;
 
 Orvanta& Orvanta::shared() {
   // Never destroyed: components may still be in use by threads running at process exit.
-  static Orvanta* instance = new Orvanta();
+  static Orvanta* instance = new Orvanta(SharedInstance{});
   return *instance;
 }
 
