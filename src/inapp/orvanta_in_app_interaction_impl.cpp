@@ -96,30 +96,26 @@ void OrvantaInAppInteraction::Impl::presentWebViewController(
   if (onMainQueue([on, url](Impl& self) { self.presentWebViewController(on, url); })) {
     return;
   }
-  auto& presenter = dependencies_.presenter;
-  if (!presenter) {
-    return;
+  if (auto target = targetScreen(on)) {
+    auto screen = std::make_shared<OrvantaWebViewController>(
+        url, OrvantaWebViewController::Dependencies{dependencies_.mainQueue});
+    dependencies_.presenter->presentWebViewScreen(target, std::move(screen), true);
   }
-  auto target = on ? on : visibleScreenOfKeyWindow(*presenter);
-  if (!target) {
-    return;
-  }
-  auto screen = std::make_shared<OrvantaWebViewController>(
-      url, OrvantaWebViewController::Dependencies{dependencies_.mainQueue});
-  presenter->presentWebViewScreen(target, std::move(screen), true);
 }
 
 void OrvantaInAppInteraction::Impl::present(port::Alert alert,
                                             const std::shared_ptr<port::Screen>& on) {
-  auto& presenter = dependencies_.presenter;
-  if (!presenter) {
-    return;
+  if (auto target = targetScreen(on)) {
+    dependencies_.presenter->presentAlert(target, std::move(alert), true);
   }
-  auto target = on ? on : visibleScreenOfKeyWindow(*presenter);
-  if (!target) {
-    return;
+}
+
+std::shared_ptr<port::Screen> OrvantaInAppInteraction::Impl::targetScreen(
+    const std::shared_ptr<port::Screen>& on) {
+  if (!dependencies_.presenter) {
+    return nullptr;
   }
-  presenter->presentAlert(target, std::move(alert), true);
+  return on ? on : visibleScreenOfKeyWindow(*dependencies_.presenter);
 }
 
 void OrvantaInAppInteraction::Impl::handleAction(const OrvantaNotificationAction& action) {

@@ -70,6 +70,8 @@ class OrvantaInAppInteraction::Impl : public std::enable_shared_from_this<Impl> 
   AlertControllerFactory alertControllerFactory();
   /// Shows `alert` over `on` or the visible screen of the key window; nothing when there is none.
   void present(port::Alert alert, const std::shared_ptr<port::Screen>& on);
+  /// `on`, else the visible screen of the key window; none without a presenter or key window.
+  std::shared_ptr<port::Screen> targetScreen(const std::shared_ptr<port::Screen>& on);
   /// Runs `work` now on the main queue, or carries it there.
   template <class Work>
   bool onMainQueue(Work work);
