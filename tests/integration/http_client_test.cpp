@@ -60,11 +60,12 @@ struct Fetched {
 Fetched fetch(port::HttpClient& client, HttpRequest request) {
   auto done = std::make_shared<std::promise<Fetched>>();
   auto future = done->get_future();
-  auto insideCall = std::make_shared<std::atomic<bool>>(true);
-  client.dataTask(std::move(request), [done, insideCall](DataTaskResult result) {
-    done->set_value(Fetched{std::move(result), currentThreadName(), insideCall->load()});
+  // A completion run inside `dataTask` would run on the calling thread.
+  const auto caller = std::this_thread::get_id();
+  client.dataTask(std::move(request), [done, caller](DataTaskResult result) {
+    done->set_value(
+        Fetched{std::move(result), currentThreadName(), std::this_thread::get_id() == caller});
   });
-  insideCall->store(false);
   if (future.wait_for(kPatience) != std::future_status::ready) {
     ADD_FAILURE() << "the data task never completed";
     return {};
