@@ -47,7 +47,7 @@ TEST_F(ConsoleTest, ThePageAndItsFilesAreServedUnderATightPolicy) {
   EXPECT_TRUE(sandbox->violations().empty());
 }
 
-TEST_F(ConsoleTest, SendingSetsTheLastPushAndSaysDeliveryIsNotAvailableYet) {
+TEST_F(ConsoleTest, SendingSetsTheLastPushAndATokenOfAnotherTransportIsNotDelivered) {
   const json data = {{"id", "p-1"},
                      {"title", "Hi"},
                      {"action_buttons",
