@@ -9,6 +9,7 @@
 #include "orvanta/orvanta.hpp"
 #include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_configuration.hpp"
+#include "orvanta/orvanta_notification_service_extension.hpp"
 #include "orvanta/orvanta_push.hpp"
 #include "orvanta/platform.hpp"
 #include "orvanta/service_urls.hpp"

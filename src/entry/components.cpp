@@ -4,6 +4,7 @@
 
 #include "analytics/orvanta_analytics_impl.hpp"
 #include "networking/events_service.hpp"
+#include "push/orvanta_notification_service_extension_impl.hpp"
 #include "push/orvanta_push_impl.hpp"
 
 namespace orvanta::detail {
@@ -46,6 +47,17 @@ std::unique_ptr<OrvantaAnalytics> makeAnalytics(const std::shared_ptr<KitContext
       .configFile = context->configFile(),
   });
   return std::make_unique<OrvantaAnalytics>(std::move(impl));
+}
+
+std::shared_ptr<OrvantaNotificationServiceExtension::Impl> makeNotificationServiceExtension(
+    const std::shared_ptr<KitContext>& context) {
+  const auto& platform = *context->platform();
+  return std::make_shared<OrvantaNotificationServiceExtension::Impl>(
+      OrvantaNotificationServiceExtension::Impl::Dependencies{
+          .statusReporter = context->makeStatusReporter(),
+          .httpClient = platform.httpClient,
+          .fileLocations = platform.fileLocations,
+      });
 }
 
 }  // namespace orvanta::detail

@@ -4,6 +4,7 @@
 
 #include "entry/kit_context.hpp"
 #include "orvanta/orvanta_analytics.hpp"
+#include "orvanta/orvanta_notification_service_extension.hpp"
 #include "orvanta/orvanta_push.hpp"
 #include "push/push_interception.hpp"
 
@@ -23,5 +24,10 @@ PushComponents makePushComponents(const std::shared_ptr<KitContext>& context);
 /// Step 3: the event queue over the context's event database and the analytics facade, observing
 /// did-enter-background.
 std::unique_ptr<OrvantaAnalytics> makeAnalytics(const std::shared_ptr<KitContext>& context);
+
+/// The rich-push extension's work over a context: a new status reporter, the platform's HTTP
+/// client (the image download) and its temporary folder.
+std::shared_ptr<OrvantaNotificationServiceExtension::Impl> makeNotificationServiceExtension(
+    const std::shared_ptr<KitContext>& context);
 
 }  // namespace orvanta::detail
