@@ -207,13 +207,24 @@ TEST_F(UnifiedPushConnectorTest, TheEndpointSurvivesARestartOfTheApplication) {
   }
   // A new launch over the same files: same token, same distributor, same endpoint.
   auto platformAgain = testPlatform().relaunch();
-  testing::ConnectorProbe after(bus_.address(), platformAgain->secureStore);
-  EXPECT_EQ(after.registerAndWait().endpoint, endpoint);
-  EXPECT_EQ(distributor->registrations().size(), 1U);
-  EXPECT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-2"}})"), 201);
-  ASSERT_TRUE(after.pushes.waitFor(1));
-  // The distributor sent the endpoint again after the registration: nothing new to tell.
-  EXPECT_EQ(after.outcomes.items().size(), 1U);
+  {
+    testing::ConnectorProbe after(bus_.address(), platformAgain->secureStore);
+    EXPECT_EQ(after.registerAndWait().endpoint, endpoint);
+    EXPECT_EQ(distributor->registrations().size(), 1U);
+    EXPECT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-2"}})"), 201);
+    ASSERT_TRUE(after.pushes.waitFor(1));
+    // The distributor sent the endpoint again after the registration: nothing new to tell.
+    EXPECT_EQ(after.outcomes.items().size(), 1U);
+  }
+  // A damaged record is no record: a new token, so a new endpoint.
+  auto& store = *platformAgain->secureStore;
+  store.remove(linux_platform::kUnifiedPushAccount);
+  store.add(linux_platform::kUnifiedPushAccount, R"({"token": 5, "endpoint": ["x"]})");
+  testing::ConnectorProbe damaged(bus_.address(), platformAgain->secureStore);
+  const auto fresh = damaged.registerAndWait().endpoint;
+  ASSERT_TRUE(fresh);
+  EXPECT_NE(*fresh, endpoint);
+  EXPECT_EQ(distributor->registrations().size(), 2U);
 }
 
 TEST_F(UnifiedPushConnectorTest, MessageBytesThatAreNoPushAreDroppedWithOneLineEach) {

@@ -154,9 +154,11 @@ class Core : public std::enable_shared_from_this<Core> {
     withConnection([this, attempt] { listDistributors(attempt); });
   }
 
-  // Ends the registration under way: every waiter hears `error`.
+  // Ends the registration under way: every waiter hears `error`. A distributor that was only
+  // tried is not remembered.
   void fail(const std::string& why) {
     endRegistration();
+    record_ = saved_;
     auto waiters = std::exchange(waiters_, {});
     for (auto& [registered, failed] : waiters) {
       failed(failure(why));
@@ -165,6 +167,7 @@ class Core : public std::enable_shared_from_this<Core> {
 
   void succeed() {
     endRegistration();
+    saveRecord();
     lastReported_ = record_.endpoint;
     auto waiters = std::exchange(waiters_, {});
     const std::vector<std::uint8_t> token(record_.endpoint.begin(), record_.endpoint.end());
@@ -241,10 +244,9 @@ class Core : public std::enable_shared_from_this<Core> {
                   "): choose one with " + kDistributorEnvironmentVariable);
     }
     if (chosen != record_.distributor) {
-      record_.distributor = chosen;
+      record_.distributor = chosen;  // kept once the distributor accepted the registration
       record_.endpoint.clear();
       lastReported_.clear();
-      saveRecord();
     }
     registerWith(attempt, chosen);
   }
@@ -359,7 +361,9 @@ class Core : public std::enable_shared_from_this<Core> {
       call(record_.distributor.c_str(), kDistributorPath, version2_ ? kDistributor2 : kDistributor1,
            "Unregister", parameters, nullptr, [](GVariant*, const GError*) {});
     }
-    if (!record_.token.empty()) {
+    // Forgotten even when this run never registered: the next registration starts afresh.
+    loadRecord();
+    if (!record_.distributor.empty() || !record_.endpoint.empty()) {
       record_.distributor.clear();
       record_.endpoint.clear();
       saveRecord();
@@ -457,13 +461,15 @@ class Core : public std::enable_shared_from_this<Core> {
     if (options_.store) {
       if (auto bytes = options_.store->read(kUnifiedPushAccount)) {
         const auto json = nlohmann::json::parse(*bytes, nullptr, false);
-        if (json.is_object()) {
-          record_.token = json.value("token", "");
-          record_.distributor = json.value("distributor", "");
-          record_.endpoint = json.value("endpoint", "");
-        }
+        const auto text = [&json](const char* key) {
+          auto found = json.is_object() ? json.find(key) : json.end();
+          return found != json.end() && found->is_string() ? found->get<std::string>()
+                                                           : std::string();
+        };
+        record_ = Record{text("token"), text("distributor"), text("endpoint")};
       }
     }
+    saved_ = record_;
     if (record_.token.empty()) {
       record_ = Record{makeUuidString(), {}, {}};
       saveRecord();
@@ -471,6 +477,11 @@ class Core : public std::enable_shared_from_this<Core> {
   }
 
   void saveRecord() {
+    if (record_.token == saved_.token && record_.distributor == saved_.distributor &&
+        record_.endpoint == saved_.endpoint) {
+      return;
+    }
+    saved_ = record_;
     if (!options_.store) {
       return;
     }
@@ -664,6 +675,7 @@ class Core : public std::enable_shared_from_this<Core> {
   gulong closedHandler_ = 0;
   std::function<void()> connected_;  // what runs once the name is ours
   Record record_;
+  Record saved_;  // as the store has it
   bool registering_ = false;
   bool registerReplied_ = false;  // the distributor accepted the registration under way
   std::uint64_t attempt_ = 0;     // registrations started
