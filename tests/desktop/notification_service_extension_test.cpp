@@ -69,6 +69,8 @@ class NotificationServiceExtensionTest : public testing::PlatformTest {
     PlatformTest::TearDown();
   }
 
+  /// The kit's work for one push. Made on the test's thread: the factories that get it run on the
+  /// main queue.
   std::shared_ptr<OrvantaNotificationServiceExtension::Impl> makeImpl() {
     return std::make_shared<OrvantaNotificationServiceExtension::Impl>(
         OrvantaNotificationServiceExtension::Impl::Dependencies{
@@ -83,8 +85,8 @@ class NotificationServiceExtensionTest : public testing::PlatformTest {
       const ValueMap& userInfo, linux_platform::RemotePushDelivery::ExtensionFactory factory = {},
       std::chrono::milliseconds budget = 60s) {
     if (!factory) {
-      factory = [this] {
-        return std::make_shared<OrvantaNotificationServiceExtension>(makeImpl());
+      factory = [impl = makeImpl()] {
+        return std::make_shared<OrvantaNotificationServiceExtension>(impl);
       };
     }
     const std::size_t before = server_->notifications().size();
@@ -260,7 +262,7 @@ TEST_F(NotificationServiceExtensionTest, ADownloadSlowerThanTheBudgetIsShownWith
   std::atomic<int> expiries{0};
   const auto shown = deliverAndWait(
       push(images_.url("/slow.png")),
-      [&] { return std::make_shared<Watching>(makeImpl(), expiries); }, 300ms);
+      [&expiries, impl = makeImpl()] { return std::make_shared<Watching>(impl, expiries); }, 300ms);
   EXPECT_EQ(attachmentName(shown), "");
   EXPECT_EQ(shown.summary, "Sale");
   EXPECT_EQ(expiries.load(), 1);
@@ -280,8 +282,8 @@ TEST_F(NotificationServiceExtensionTest, AHostsExtensionDecidesWhatIsShownWithin
       OrvantaNotificationServiceExtension::didReceive(changed, std::move(contentHandler));
     }
   };
-  auto shown =
-      deliverAndWait(push(std::nullopt), [&] { return std::make_shared<Branded>(makeImpl()); });
+  auto shown = deliverAndWait(push(std::nullopt),
+                              [impl = makeImpl()] { return std::make_shared<Branded>(impl); });
   EXPECT_EQ(shown.summary, "[Shop] Sale");
   EXPECT_EQ(pushes_->reported().size(), 1U);
 
@@ -292,7 +294,7 @@ TEST_F(NotificationServiceExtensionTest, AHostsExtensionDecidesWhatIsShownWithin
     void serviceExtensionTimeWillExpire() override {}
   };
   shown = deliverAndWait(
-      push(std::nullopt), [&] { return std::make_shared<Silent>(makeImpl()); }, 200ms);
+      push(std::nullopt), [impl = makeImpl()] { return std::make_shared<Silent>(impl); }, 200ms);
   EXPECT_EQ(shown.summary, "Sale");
   EXPECT_EQ(logSink()
                 .linesContaining("handed no content over in time; the push is shown as it came")
@@ -307,7 +309,8 @@ TEST_F(NotificationServiceExtensionTest, AHostsExtensionDecidesWhatIsShownWithin
     }
   };
   EXPECT_EQ(deliverAndWait(
-                push(std::nullopt), [&] { return std::make_shared<Throwing>(makeImpl()); }, 200ms)
+                push(std::nullopt),
+                [impl = makeImpl()] { return std::make_shared<Throwing>(impl); }, 200ms)
                 .summary,
             "Sale");
   EXPECT_EQ(deliverAndWait(push(std::nullopt), [] { return nullptr; }).summary, "Sale");
