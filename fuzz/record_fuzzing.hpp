@@ -16,6 +16,7 @@
 #include "models/orvanta_device.hpp"
 #include "models/orvanta_notification_payload.hpp"
 #include "models/value_json.hpp"
+#include "push/remote_push_message.hpp"
 
 namespace orvanta::fuzzing {
 
@@ -168,6 +169,18 @@ inline void deviceRecord(const std::uint8_t* data, std::size_t size) {
   auto textAgain = jsonText(again.value());
   if (!textAgain || *textAgain != *text) {
     violated("a device is not written the same way twice");
+  }
+}
+
+/// Bytes as a push transport delivers a push: read as a push's dictionary or dropped; nothing over
+/// the size limit is read, and what is read goes back to JSON.
+inline void pushMessage(const std::uint8_t* data, std::size_t size) {
+  const auto userInfo = remotePushUserInfo(asText(data, size));
+  if (userInfo && size > kMaxRemotePushBytes) {
+    violated("a message over the limit was read");
+  }
+  if (userInfo && !detail::valueToJson(Value(*userInfo))) {
+    violated("a push read from JSON does not go back to JSON");
   }
 }
 

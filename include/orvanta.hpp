@@ -10,6 +10,7 @@
 #include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_configuration.hpp"
 #include "orvanta/orvanta_in_app_interaction.hpp"
+#include "orvanta/orvanta_notification_service_extension.hpp"
 #include "orvanta/orvanta_push.hpp"
 #include "orvanta/orvanta_push_interception.hpp"
 #include "orvanta/orvanta_user_data.hpp"

@@ -8,8 +8,10 @@
 // Verbs (default: tour):
 //   configure   configure the kit from the bundle (always done first)
 //   register    start the sandbox, receive a push token, and show the device it registered
-//   push        ask to show notifications, receive a push in the foreground, press one of its
-//               buttons, and show the report the sandbox received
+//   push        the sandbox sends a push to the application through orvanta-distributor, a
+//               push distributor on the session bus (a private bus when there is none): it is
+//               reported received, shown with its picture and buttons, a button is pressed and
+//               reported; where no distributor can run, the push is handed to the kit directly
 //   user        set the user's profile and custom parameters, save them, and show what the
 //               sandbox received
 //   objc        (when built with Objective-C) an Objective-C host whose own token callback the
@@ -22,6 +24,7 @@
 #include <orvanta.hpp>
 #include <orvanta_sandbox/sandbox.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -31,6 +34,8 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "desktop_push.hpp"
 
 #if defined(ORVANTA_DEMO_WITH_OBJC)
 bool runObjectiveCHost();  // objc_host.mm
@@ -186,8 +191,22 @@ std::shared_ptr<orvanta::OrvantaPushDelegate> makeDelegate(Arrivals& arrivals) {
   return delegate;
 }
 
-bool receivePush(Services& services, Arrivals& arrivals, const std::string& deviceToken) {
+bool receivePush(Services& services, Arrivals& arrivals, DesktopPush& desktop,
+                 std::string& deviceToken) {
   auto& sandbox = services.sandbox();
+  int arrivedBefore = 0;
+  {
+    std::lock_guard lock(arrivals.mutex);
+    arrivedBefore = arrivals.count;
+  }
+  const auto arrived = [&arrivals, arrivedBefore] {
+    std::unique_lock lock(arrivals.mutex);
+    return arrivals.changed.wait_for(lock, 10s, [&] { return arrivals.count > arrivedBefore; });
+  };
+  if (auto outcome = desktop.receivePushFromSandbox(sandbox, arrived, deviceToken)) {
+    return *outcome;
+  }
+  say("the push can't travel through a push distributor here: it is handed to the kit directly");
   say("the host asks to show notifications");
   orvanta::Orvanta::push().registerForPushNotifications(
       orvanta::OrvantaPushOptions::defaultOptions());
@@ -222,7 +241,14 @@ bool receivePush(Services& services, Arrivals& arrivals, const std::string& devi
   response.actionIdentifier = "ORVANTA_PUSH_ACTION_ACCEPT";
   orvanta::Orvanta::push().didReceiveNotificationResponse(response);
 
-  bool reported = sandbox.waitFor([&] { return !sandbox.reports().empty(); }, 10s);
+  // The received report comes first (the service extension's), the button's after it.
+  bool reported = sandbox.waitFor(
+      [&] {
+        const auto reports = sandbox.reports();
+        return std::any_of(reports.begin(), reports.end(),
+                           [](const auto& report) { return report.body.contains("actionId"); });
+      },
+      10s);
   for (const auto& report : sandbox.reports()) {
     std::printf("sandbox: report for push %s: %s\n", report.pushId.c_str(),
                 report.body.dump().c_str());
@@ -320,6 +346,12 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  // Pushes travel over the session bus; without one, the demo starts its own (before any thread).
+  const bool pushes =
+      std::any_of(options.verbs.begin(), options.verbs.end(),
+                  [](const std::string& verb) { return verb == "push" || verb == "tour"; });
+  DesktopPush desktop(pushes);
+
   // Each run starts as a fresh installation.
   std::error_code ignored;
   std::filesystem::remove_all(options.dataDirectory, ignored);
@@ -330,6 +362,7 @@ int main(int argc, char** argv) {
   platformOptions.kitResourcesDirectory = ORVANTA_DEMO_KIT_RESOURCES;  // the kit's texts
   platformOptions.dataDirectory = options.dataDirectory;
   platformOptions.preferencesFile = options.dataDirectory + "/preferences.json";
+  desktop.configure(platformOptions);
   auto platform = orvanta::makeLinuxPlatform(platformOptions);
   platform->presenter = std::make_shared<ConsolePresenter>();
   orvanta::installPlatform(platform);
@@ -355,7 +388,7 @@ int main(int argc, char** argv) {
       ok = registerDevice(services, deviceToken) && ok;
     } else if (verb == "push") {
       ok = (!deviceToken.empty() || registerDevice(services, deviceToken)) &&
-           receivePush(services, arrivals, deviceToken) && ok;
+           receivePush(services, arrivals, desktop, deviceToken) && ok;
     } else if (verb == "catchup") {
       ok = (!deviceToken.empty() || registerDevice(services, deviceToken)) &&
            catchUp(services, deviceToken) && ok;
@@ -374,7 +407,7 @@ int main(int argc, char** argv) {
       ok = goToBackground(services) && ok;
     } else if (verb == "tour") {
       ok = registerDevice(services, deviceToken) && ok;
-      ok = receivePush(services, arrivals, deviceToken) && ok;
+      ok = receivePush(services, arrivals, desktop, deviceToken) && ok;
       ok = saveUser(services) && ok;
       ok = catchUp(services, deviceToken) && ok;
 #if defined(ORVANTA_DEMO_WITH_OBJC)

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "orvanta/export.hpp"
+#include "orvanta/orvanta_notification_service_extension.hpp"
 #include "orvanta/platform.hpp"
 #include "orvanta/value.hpp"
 
@@ -36,6 +38,20 @@ struct ORVANTA_API LinuxPlatformOptions {
   /// How long a background task may run before it expires, unless the host reports suspension
   /// first (`postWillSuspend`). Zero: tasks only expire at suspension.
   std::chrono::milliseconds backgroundTaskBudget{30'000};
+  /// The application's reverse-DNS id ("com.example.Shop"), under which it receives remote
+  /// pushes on the session bus (UnifiedPush, see docs/unifiedpush.md). Empty: registration for
+  /// remote notifications fails and says so.
+  std::string applicationId{};
+  /// The push distributor to use when the user named none in ORVANTA_PUSH_DISTRIBUTOR: its bus
+  /// name, or the part after "org.unifiedpush.Distributor.". Empty: the one registered with
+  /// before, else the only one on the bus.
+  std::string pushDistributor{};
+  /// Makes the notification service extension of each remote push (a subclass of the host's,
+  /// say); empty: `OrvantaNotificationServiceExtension` itself. Called on the main queue.
+  std::function<std::shared_ptr<OrvantaNotificationServiceExtension>()>
+      notificationServiceExtension{};
+  /// How long an extension may take before `serviceExtensionTimeWillExpire` is called.
+  std::chrono::milliseconds serviceExtensionTimeBudget{30'000};
 };
 
 /// Builds the Linux default platform: files in the folders above, the system clocks, standard
@@ -47,11 +63,14 @@ struct ORVANTA_API LinuxPlatformOptions {
 ///   "/path/to/folder"}));`
 ORVANTA_API std::shared_ptr<Platform> makeLinuxPlatform(const LinuxPlatformOptions& options = {});
 
-/// Hands a remote push to the notification centre of the platform in force, as the system does
-/// when a push arrives: title, body and category come from the push's dictionary `userInfo`
-/// (its "aps" alert, else the kit's "data"), and the notification is offered to the kit in front
-/// (`OrvantaPush::willPresentNotification`) before it is shown. A host whose pushes arrive by a
-/// transport of its own calls this with each push. Any thread; never throws.
+/// Hands a remote push to the platform in force, as the system does when a push arrives: title,
+/// body and category come from the push's dictionary `userInfo` (its "aps" alert, else the kit's
+/// "data"); the notification service extension then gets it on the main queue (it reports the
+/// push received and attaches its image, within `serviceExtensionTimeBudget`), and the
+/// notification centre offers the result to the kit in front
+/// (`OrvantaPush::willPresentNotification`) before it is shown. Pushes arriving over UnifiedPush
+/// take this way by themselves; a host whose pushes arrive by a transport of its own calls this
+/// with each push. Any thread; returns at once; never throws.
 ORVANTA_API void deliverRemoteNotification(const ValueMap& userInfo);
 
 }  // namespace orvanta

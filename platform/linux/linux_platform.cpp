@@ -17,9 +17,11 @@
 #if defined(ORVANTA_HAVE_GIO)
 #include "linux/gio/gio_application.hpp"
 #include "linux/gio/gio_notification_center.hpp"
+#include "linux/gio/unified_push_connector.hpp"
 #endif
 #include "linux/json_preferences_store.hpp"
 #include "linux/linux_platform_internal.hpp"
+#include "linux/remote_push_delivery.hpp"
 #include "linux/system_ports.hpp"
 #include "linux/thread_main_queue.hpp"
 #include "orvanta/host_lifecycle.hpp"
@@ -179,7 +181,25 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
          .defaultActionLabel = platform.bundle->localizedString("loc_show", "Localizable"),
          .delegateQueue = platform.mainQueue});
   });
-  fill(platform.application, [&] { return makeGioApplication(platform.mainQueue); });
+  fill(platform.application, [&] {
+    // Remote pushes come over UnifiedPush and go through the notification service extension to
+    // the notification centre.
+    auto delivery = RemotePushDelivery::make({
+        .notificationCenter = platform.notificationCenter,
+        .mainQueue = platform.mainQueue,
+        .makeExtension = options.notificationServiceExtension,
+        .budget = options.serviceExtensionTimeBudget,
+    });
+    auto connector = makeUnifiedPushConnector({
+        .busAddress = {},
+        .applicationId = options.applicationId,
+        .description = locations.applicationName,
+        .distributor = options.pushDistributor,
+        .store = platform.secureStore,
+        .onPush = [delivery](ValueMap userInfo) { delivery->deliver(std::move(userInfo)); },
+    });
+    return makeGioApplication(platform.mainQueue, std::move(connector), std::move(delivery));
+  });
 #else
   fill(platform.notificationCenter, [&] {
     return std::make_shared<HeadlessNotificationCenter>(

@@ -5,6 +5,7 @@
 #include "analytics/orvanta_analytics_impl.hpp"
 #include "networking/devices_service.hpp"
 #include "networking/events_service.hpp"
+#include "push/orvanta_notification_service_extension_impl.hpp"
 #include "push/orvanta_push_impl.hpp"
 #include "user/orvanta_user_data_impl.hpp"
 
@@ -75,6 +76,17 @@ std::shared_ptr<OrvantaInAppPushHandler> makeInAppPushHandler(
       .inAppInteraction = push.inAppInteraction,
       .lifecycle = context->platform()->lifecycle,
   });
+}
+
+std::shared_ptr<OrvantaNotificationServiceExtension::Impl> makeNotificationServiceExtension(
+    const std::shared_ptr<KitContext>& context) {
+  const auto& platform = *context->platform();
+  return std::make_shared<OrvantaNotificationServiceExtension::Impl>(
+      OrvantaNotificationServiceExtension::Impl::Dependencies{
+          .statusReporter = context->makeStatusReporter(),
+          .httpClient = platform.httpClient,
+          .fileLocations = platform.fileLocations,
+      });
 }
 
 }  // namespace orvanta::detail

@@ -6,6 +6,7 @@
 #include "inapp/orvanta_in_app_interaction_impl.hpp"
 #include "inapp/orvanta_in_app_push_handler.hpp"
 #include "orvanta/orvanta_analytics.hpp"
+#include "orvanta/orvanta_notification_service_extension.hpp"
 #include "orvanta/orvanta_push.hpp"
 #include "orvanta/orvanta_user_data.hpp"
 #include "push/push_interception.hpp"
@@ -37,5 +38,10 @@ std::unique_ptr<OrvantaAnalytics> makeAnalytics(const std::shared_ptr<KitContext
 /// Step 4: the in-app push handler, observing will-enter-foreground and did-finish-launching.
 std::shared_ptr<OrvantaInAppPushHandler> makeInAppPushHandler(
     const std::shared_ptr<KitContext>& context, const PushComponents& push);
+
+/// The rich-push extension's work over a context: a new status reporter, the platform's HTTP
+/// client (the image download) and its temporary folder.
+std::shared_ptr<OrvantaNotificationServiceExtension::Impl> makeNotificationServiceExtension(
+    const std::shared_ptr<KitContext>& context);
 
 }  // namespace orvanta::detail

@@ -6,9 +6,9 @@
 #include "core/guard.hpp"
 #include "core/logger.hpp"
 #include "linux/linux_platform_internal.hpp"
+#include "linux/remote_push_delivery.hpp"
 #include "orvanta/host_lifecycle.hpp"
 #include "orvanta/linux_platform.hpp"
-#include "push/remote_notification.hpp"
 
 namespace orvanta {
 namespace {
@@ -59,8 +59,19 @@ std::shared_ptr<Platform> currentPlatform() {
 
 void deliverRemoteNotification(const ValueMap& userInfo) {
   detail::shielded([&] {
-    detail::processContext()->platform()->notificationCenter->add(
-        notificationRequestFromUserInfo(userInfo), nullptr);
+    const auto& platform = detail::processContext()->platform();
+    // The application's own delivery when it has one (the Linux default's), with the host's
+    // extension and budget; else the kit's extension over the platform's centre.
+    std::shared_ptr<linux_platform::RemotePushDelivery> delivery;
+    if (auto* receiver =
+            dynamic_cast<linux_platform::RemotePushReceiver*>(platform->application.get())) {
+      delivery = receiver->remotePushDelivery();
+    }
+    if (!delivery) {
+      delivery = linux_platform::RemotePushDelivery::make(
+          {.notificationCenter = platform->notificationCenter, .mainQueue = platform->mainQueue});
+    }
+    delivery->deliver(userInfo);
   });
 }
 

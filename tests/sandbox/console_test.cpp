@@ -36,6 +36,10 @@ TEST_F(ConsoleTest, ThePageAndItsFilesAreServedUnderATightPolicy) {
 
   EXPECT_EQ(control("GET", "console.js").header("content-type"), "text/javascript; charset=utf-8");
   EXPECT_EQ(control("GET", "console.css").header("content-type"), "text/css; charset=utf-8");
+  // A picture for pushes with an image.
+  const HttpAnswer picture = control("GET", "sample.png");
+  EXPECT_EQ(picture.header("content-type"), "image/png");
+  EXPECT_EQ(picture.body.substr(0, 8), "\x89PNG\r\n\x1a\n");
   // The button titles come from the kit's own string table.
   EXPECT_EQ(control("GET", "strings.json").json()["loc_push_action_title_buy_now"], "Buy now");
 
@@ -47,7 +51,7 @@ TEST_F(ConsoleTest, ThePageAndItsFilesAreServedUnderATightPolicy) {
   EXPECT_TRUE(sandbox->violations().empty());
 }
 
-TEST_F(ConsoleTest, SendingSetsTheLastPushAndSaysDeliveryIsNotAvailableYet) {
+TEST_F(ConsoleTest, SendingSetsTheLastPushAndATokenOfAnotherTransportIsNotDelivered) {
   const json data = {{"id", "p-1"},
                      {"title", "Hi"},
                      {"action_buttons",

@@ -102,13 +102,14 @@ class UrlOpener : public std::enable_shared_from_this<UrlOpener> {
   GlibLoopThread loop_;  // last: stops before the members it uses go
 };
 
-class GioApplication final : public port::Application {
+class GioApplication final : public port::Application, public RemotePushReceiver {
  public:
   GioApplication(std::shared_ptr<port::MainQueue> mainQueue,
-                 std::shared_ptr<RemoteNotificationTransport> transport)
+                 std::shared_ptr<RemoteNotificationTransport> transport,
+                 std::shared_ptr<RemotePushDelivery> delivery)
       : registration_(std::make_shared<Registration>(std::move(mainQueue))),
-        transport_(transport ? std::move(transport)
-                             : makeUnavailableRemoteNotificationTransport()) {}
+        transport_(transport ? std::move(transport) : makeUnavailableRemoteNotificationTransport()),
+        delivery_(std::move(delivery)) {}
 
   ~GioApplication() override {
     std::shared_ptr<UrlOpener> opener;
@@ -174,9 +175,12 @@ class GioApplication final : public port::Application {
     registration_->delegateRef = std::move(delegate);
   }
 
+  std::shared_ptr<RemotePushDelivery> remotePushDelivery() const override { return delivery_; }
+
  private:
   std::shared_ptr<Registration> registration_;
   std::shared_ptr<RemoteNotificationTransport> transport_;
+  std::shared_ptr<RemotePushDelivery> delivery_;
   std::mutex openerMutex_;
   std::shared_ptr<UrlOpener> opener_;
 };
@@ -189,8 +193,10 @@ std::shared_ptr<RemoteNotificationTransport> makeUnavailableRemoteNotificationTr
 
 std::shared_ptr<port::Application> makeGioApplication(
     std::shared_ptr<port::MainQueue> mainQueue,
-    std::shared_ptr<RemoteNotificationTransport> transport) {
-  return std::make_shared<GioApplication>(std::move(mainQueue), std::move(transport));
+    std::shared_ptr<RemoteNotificationTransport> transport,
+    std::shared_ptr<RemotePushDelivery> delivery) {
+  return std::make_shared<GioApplication>(std::move(mainQueue), std::move(transport),
+                                          std::move(delivery));
 }
 
 }  // namespace orvanta::linux_platform

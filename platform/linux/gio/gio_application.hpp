@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "linux/remote_push_delivery.hpp"
 #include "orvanta/error.hpp"
 #include "orvanta/port/application.hpp"
 #include "orvanta/port/main_queue.hpp"
@@ -18,7 +19,8 @@ class RemoteNotificationTransport {
 
   /// Asks for an address for this installation. Called on the main queue. Exactly one of the two
   /// functions is to be called, once, from any thread (even inside this call): `registered` with
-  /// the address in its opaque form, or `failed` with the reason.
+  /// the address in its opaque form, or `failed` with the reason. A transport that later moves
+  /// the installation to another address calls `registered` of the latest registration again.
   virtual void registerForRemoteNotifications(
       std::function<void(std::vector<std::uint8_t> deviceToken)> registered,
       std::function<void(Error error)> failed) = 0;
@@ -42,8 +44,12 @@ std::shared_ptr<RemoteNotificationTransport> makeUnavailableRemoteNotificationTr
 ///   thread the application owns, "orvanta-gio", started on first use; a launch that fails is
 ///   logged once at error level. Destroying the application cancels launches under way and joins
 ///   the thread.
+/// - `delivery` (may be null): how the transport's pushes are shown; the application is a
+///   `RemotePushReceiver` that hands it out, so pushes a host receives itself
+///   (`deliverRemoteNotification`) take the same way.
 std::shared_ptr<port::Application> makeGioApplication(
     std::shared_ptr<port::MainQueue> mainQueue,
-    std::shared_ptr<RemoteNotificationTransport> transport = nullptr);
+    std::shared_ptr<RemoteNotificationTransport> transport = nullptr,
+    std::shared_ptr<RemotePushDelivery> delivery = nullptr);
 
 }  // namespace orvanta::linux_platform

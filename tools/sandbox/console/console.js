@@ -619,8 +619,10 @@
       $('push-id').value = nextPushId();
       updatePreview();
       if (setOnly) return `Push ${payload.data.id} is now the last push of ${shortTokenText(token)}.`;
+      const outcome = { delivered: 'delivered', failed: 'not delivered', not_available: 'not sent' };
+      if (answer.delivery.outcome === 'failed') output.classList.add('result-error');
       return `Push ${answer.push_id} set as the last push of ${shortTokenText(answer.token)}; ` +
-        `delivery: ${answer.delivery.detail}.`;
+        `${outcome[answer.delivery.outcome] || answer.delivery.outcome}: ${answer.delivery.detail}.`;
     });
   }
 

@@ -17,6 +17,7 @@
 
 #include "console_assets.hpp"
 #include "contract.hpp"
+#include "push_delivery.hpp"
 
 namespace orvanta::sandbox {
 namespace {
@@ -27,6 +28,8 @@ using Clock = std::chrono::system_clock;
 constexpr std::string_view kServicePrefix = "/v1/";
 constexpr std::string_view kControlPrefix = "/_sandbox/";
 constexpr std::size_t kMaxBody = 1024 * 1024;
+// How long a device's push endpoint has to take a push.
+constexpr long kDeliveryTimeoutMs = 10'000;
 
 // The change stream tells the console at most this often that the state changed, and says
 // something at least this often so that a closed page frees its connection.
@@ -559,7 +562,16 @@ class Sandbox::Impl {
       if (method != "POST") {
         return Answer::error(405, "send takes POST");
       }
-      const std::string token(path.substr(sendPrefix.size()));
+      // A device's user id names its current token; anything else is a token itself.
+      std::string token(path.substr(sendPrefix.size()));
+      {
+        std::lock_guard lock(mutex_);
+        if (auto found = deviceIndex_.find(token); found != deviceIndex_.end()) {
+          if (const auto& registered = devices_[found->second].registrationId) {
+            token = *registered;
+          }
+        }
+      }
       json push = json::parse(exchange.body, nullptr, false);
       const std::string pushId = pushIdOf(push);
       if (pushId.empty()) {
@@ -827,9 +839,19 @@ class Sandbox::Impl {
     if (pushId.empty()) {
       throw std::invalid_argument("orvanta-sandbox: a push needs a string \"id\"");
     }
+    // What the endpoint receives is the push as a device gets it: the whole payload, with a bare
+    // "data" object put under "data".
+    json payload = push.contains("data") && push["data"].is_object() ? push : json{{"data", push}};
     setLastPush(deviceToken, std::move(push));
     Delivery delivery;
-    delivery.detail = "delivery to the device's push endpoint is not available yet";
+    if (auto endpoint = endpointFromToken(deviceToken)) {
+      delivery = postToEndpoint(*endpoint, payload.dump(), kDeliveryTimeoutMs,
+                                [this] { return isStopping(); });
+    } else {
+      delivery.detail =
+          "the device's token is not a push endpoint address (the device gets its pushes by "
+          "another transport)";
+    }
     {
       std::lock_guard lock(mutex_);
       sent_.push_back(SentPush{deviceToken, std::move(pushId), Clock::now(), delivery});

@@ -83,8 +83,10 @@ struct Event {
   int deliveries = 0;
 };
 
-// What became of a push sent to a device: it is always set as the device's last push; delivery
-// to the device's push endpoint is not available yet.
+// What became of a push sent to a device: it is always set as the device's last push, then
+// POSTed to the push endpoint that the device's token stands for. `notAvailable`: the token is no
+// endpoint address (the device gets its pushes by another transport); `delivered`: the endpoint
+// answered 2xx; `failed`: it answered otherwise, or not at all.
 struct Delivery {
   enum class Outcome { notAvailable, delivered, failed };
   Outcome outcome = Outcome::notAvailable;

@@ -72,9 +72,10 @@ class Sandbox {
   void clearLastPush(const std::string& deviceToken);
 
   // Sends a push to the device with this token, as the service does: it becomes the device's
-  // last push, then is delivered to the device's push endpoint. Delivery is not available yet, so
-  // the answer says so. Throws std::invalid_argument when the push (or its "data" object) has no
-  // string "id".
+  // last push, then the payload (a bare "data" object put under "data") is POSTed to the push
+  // endpoint the token stands for (its bytes in hex: see docs/sandbox.md), waiting up to 10 s for
+  // the answer. Throws std::invalid_argument when the push (or its "data" object) has no string
+  // "id".
   Delivery send(const std::string& deviceToken, nlohmann::json push);
   std::vector<SentPush> sentPushes() const;  // in order of sending
 

@@ -1,0 +1,260 @@
+// The UnifiedPush connector against orvanta-distributor on a private bus: registration, the
+// calls it must ignore, the endpoint kept across a restart, and message bytes that are no push.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "linux/file_secure_store.hpp"
+#include "orvanta_distributor/distributor.hpp"
+#include "testing/dbus/private_session_bus.hpp"
+#include "testing/platform_test.hpp"
+#include "unified_push_support.hpp"
+
+namespace orvanta {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using namespace std::chrono_literals;
+
+class UnifiedPushConnectorTest : public testing::PlatformTest {
+ protected:
+  void SetUp() override {
+    PlatformTest::SetUp();
+    enableLogging();
+    ASSERT_TRUE(bus_.started()) << bus_.failure();
+    // The user's choice of distributor would take precedence over the test's.
+    if (std::getenv(linux_platform::kDistributorEnvironmentVariable) != nullptr) {
+      ::unsetenv(linux_platform::kDistributorEnvironmentVariable);
+    }
+  }
+
+  std::unique_ptr<distributor::Distributor> startDistributor(distributor::Options options = {}) {
+    options.busAddress = bus_.address();
+    return distributor::Distributor::start(std::move(options));
+  }
+
+  std::unique_ptr<testing::ConnectorProbe> makeConnector(std::string chosen = {}) {
+    return std::make_unique<testing::ConnectorProbe>(bus_.address(), platform()->secureStore,
+                                                     std::move(chosen));
+  }
+
+  std::string token() const {
+    auto stored = platform()->secureStore->read(linux_platform::kUnifiedPushAccount);
+    return stored ? nlohmann::json::parse(*stored).value("token", "") : "";
+  }
+
+  testing::PrivateSessionBus bus_;
+};
+
+TEST_F(UnifiedPushConnectorTest,
+       RegistrationGivesAnEndpointThatDeliversPushesThroughEitherVersion) {
+  for (const bool version2 : {true, false}) {
+    SCOPED_TRACE(version2 ? "Distributor2" : "Distributor1");
+    auto distributor = startDistributor({.offerVersion2 = version2});
+    auto connector = makeConnector();
+    const auto outcome = connector->registerAndWait();
+    ASSERT_TRUE(outcome.endpoint) << outcome.error.value_or("");
+    EXPECT_THAT(*outcome.endpoint, StartsWith(distributor->endpointBase()));
+
+    const auto registrations = distributor->registrations();
+    ASSERT_EQ(registrations.size(), 1U);
+    EXPECT_EQ(registrations[0].service, testing::kTestApplicationId);
+    EXPECT_EQ(registrations[0].description, "Orvanta test");
+    EXPECT_EQ(registrations[0].token, token());
+    EXPECT_EQ(registrations[0].token.size(), 36U);  // a UUID
+    EXPECT_EQ(registrations[0].interfaceVersion, version2 ? 2 : 1);
+
+    EXPECT_EQ(testing::postTo(*outcome.endpoint, R"({"data": {"id": "p-1", "n": 2}})"), 201);
+    ASSERT_TRUE(connector->pushes.waitFor(1));
+    EXPECT_EQ(connector->pushes.items()[0],
+              (ValueMap{{"data", ValueMap{{"id", "p-1"}, {"n", 2}}}}));
+
+    // Giving the address up tells the distributor, which forgets the endpoint.
+    connector->unregister();
+    ASSERT_TRUE(distributor->waitFor([&] { return distributor->registrations().empty(); }, 20s));
+    EXPECT_EQ(testing::postTo(*outcome.endpoint, "{}"), 404);
+  }
+}
+
+TEST_F(UnifiedPushConnectorTest, EveryFailureSaysWhy) {
+  struct Case {
+    const char* name;
+    std::vector<distributor::Options> distributors;
+    std::string chosen;
+    std::string applicationId;
+    const char* expected;
+  };
+  const std::vector<Case> cases = {
+      {"no distributor",
+       {},
+       "",
+       testing::kTestApplicationId,
+       "No push distributor on the session D-Bus"},
+      {"a refusal",
+       {{.refuseReason = "not today"}},
+       "",
+       testing::kTestApplicationId,
+       "The push distributor org.unifiedpush.Distributor.orvanta refused the registration: not "
+       "today"},
+      {"a refusal through Distributor1",
+       {{.refuseReason = "full", .offerVersion2 = false}},
+       "",
+       testing::kTestApplicationId,
+       "refused the registration: full"},
+      {"the chosen one is missing",
+       {{}},
+       "elsewhere",
+       testing::kTestApplicationId,
+       "The chosen push distributor org.unifiedpush.Distributor.elsewhere is not on the session "
+       "D-Bus"},
+      {"several, none chosen",
+       {{.name = "one"}, {.name = "two"}},
+       "",
+       testing::kTestApplicationId,
+       "Several push distributors on the session D-Bus (org.unifiedpush.Distributor.one, "
+       "org.unifiedpush.Distributor.two): choose one with ORVANTA_PUSH_DISTRIBUTOR"},
+      {"no application id", {{}}, "", "", "No application id"},
+      {"an application id that is no bus name", {{}}, "", "shop", "is not a reverse-DNS name"},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    testing::PrivateSessionBus bus;
+    ASSERT_TRUE(bus.started()) << bus.failure();
+    std::vector<std::unique_ptr<distributor::Distributor>> running;
+    for (auto options : each.distributors) {
+      options.busAddress = bus.address();
+      running.push_back(distributor::Distributor::start(options));
+    }
+    testing::ConnectorProbe connector(
+        bus.address(),
+        std::make_shared<linux_platform::FileSecureStore>(bus.directory().file("store")),
+        each.chosen, each.applicationId);
+    const auto outcome = connector.registerAndWait();
+    EXPECT_FALSE(outcome.endpoint);
+    EXPECT_THAT(outcome.error.value_or(""), HasSubstr(each.expected));
+  }
+}
+
+TEST_F(UnifiedPushConnectorTest, OfSeveralDistributorsTheChosenOneIsUsed) {
+  auto one = startDistributor({.name = "one"});
+  auto two = startDistributor({.name = "two"});
+  auto connector = makeConnector("two");
+  ASSERT_TRUE(connector->registerAndWait().endpoint);
+  EXPECT_TRUE(one->registrations().empty());
+  EXPECT_EQ(two->registrations().size(), 1U);
+}
+
+TEST_F(UnifiedPushConnectorTest, TheApplicationsNameHeldByAnotherProgramEndsTheRegistration) {
+  auto distributor = startDistributor();
+  auto first = makeConnector();
+  ASSERT_TRUE(first->registerAndWait().endpoint);
+  auto second = makeConnector();
+  EXPECT_THAT(second->registerAndWait().error.value_or(""),
+              HasSubstr("Another program owns io.orvanta.Test on the session D-Bus"));
+}
+
+TEST_F(UnifiedPushConnectorTest, CallsWithAnotherTokenAndEndpointsThatAreNoUrlsAreIgnored) {
+  auto distributor = startDistributor();
+  auto connector = makeConnector();
+  const auto registered = connector->registerAndWait();
+  ASSERT_TRUE(registered.endpoint);
+  const std::string ours = token();
+  const std::string valid = "http://127.0.0.1:1/up/moved";
+  auto endpoint = [](const std::string& token, const std::string& url) {
+    return g_variant_new("(ss)", token.c_str(), url.c_str());
+  };
+  auto message = [](const std::string& token, const std::string& body) {
+    return g_variant_new(
+        "(s@ays)", token.c_str(),
+        g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, body.data(), body.size(), 1), "m-1");
+  };
+  // Each call returns once the connector has handled it.
+  const std::string push = R"({"data": {"id": "p-1"}})";
+  ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint("other", valid)));
+  ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint("", valid)));
+  ASSERT_FALSE(testing::callConnector(bus_.address(), "Message", message("other", push)));
+  ASSERT_FALSE(testing::callConnector(bus_.address(), "Unregistered", g_variant_new("(s)", "x")));
+  for (const char* notUrl :
+       {"not a url", "/up/relative", "mailto:someone@example.com", "ftp://127.0.0.1/up", ""}) {
+    ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint(ours, notUrl)));
+  }
+  EXPECT_EQ(connector->outcomes.items().size(), 1U);
+  EXPECT_TRUE(connector->pushes.items().empty());
+  EXPECT_EQ(logSink().linesContaining("sent an endpoint that is not a URL; ignored").size(), 5U);
+  // A call that is not typed as the interface says never reaches the connector.
+  EXPECT_TRUE(testing::callConnector(bus_.address(), "NewEndpoint", g_variant_new("(s)", "x")));
+
+  // With our token the same calls count: the endpoint moves, a push arrives.
+  ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint(ours, valid)));
+  ASSERT_FALSE(testing::callConnector(bus_.address(), "Message", message(ours, push)));
+  ASSERT_EQ(connector->outcomes.items().size(), 2U);
+  EXPECT_EQ(connector->outcomes.items()[1].endpoint, valid);
+  EXPECT_EQ(connector->pushes.items().size(), 1U);
+}
+
+TEST_F(UnifiedPushConnectorTest, TheEndpointSurvivesARestartOfTheApplication) {
+  auto distributor = startDistributor();
+  std::string endpoint;
+  {
+    auto before = makeConnector();
+    endpoint = before->registerAndWait().endpoint.value_or("");
+    ASSERT_FALSE(endpoint.empty());
+  }
+  // A new launch over the same files: same token, same distributor, same endpoint.
+  auto platformAgain = testPlatform().relaunch();
+  {
+    testing::ConnectorProbe after(bus_.address(), platformAgain->secureStore);
+    EXPECT_EQ(after.registerAndWait().endpoint, endpoint);
+    EXPECT_EQ(distributor->registrations().size(), 1U);
+    EXPECT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-2"}})"), 201);
+    ASSERT_TRUE(after.pushes.waitFor(1));
+    // The distributor sent the endpoint again after the registration: nothing new to tell.
+    EXPECT_EQ(after.outcomes.items().size(), 1U);
+  }
+  // A damaged record is no record: a new token, so a new endpoint.
+  auto& store = *platformAgain->secureStore;
+  store.remove(linux_platform::kUnifiedPushAccount);
+  store.add(linux_platform::kUnifiedPushAccount, R"({"token": 5, "endpoint": ["x"]})");
+  testing::ConnectorProbe damaged(bus_.address(), platformAgain->secureStore);
+  const auto fresh = damaged.registerAndWait().endpoint;
+  ASSERT_TRUE(fresh);
+  EXPECT_NE(*fresh, endpoint);
+  EXPECT_EQ(distributor->registrations().size(), 2U);
+}
+
+TEST_F(UnifiedPushConnectorTest, MessageBytesThatAreNoPushAreDroppedWithOneLineEach) {
+  auto distributor = startDistributor();
+  auto connector = makeConnector();
+  const auto endpoint = connector->registerAndWait().endpoint.value_or("");
+  ASSERT_FALSE(endpoint.empty());
+  const std::string huge = R"({"data": {"id": "p-1", "pad": ")" + std::string(70'000, 'x') + "\"}}";
+  const std::vector<std::pair<std::string, std::string>> malformed = {
+      {"not JSON", "not JSON"},
+      {"[1, 2]", "a JSON array, not an object"},
+      {"\"text\"", "a JSON string, not an object"},
+      {"", "not JSON"},
+      {"{\"a\": \"\xff\"}", "not JSON"},
+      {std::string(600, '[') + std::string(600, ']'), "not JSON"},
+      {huge, "more than the 65536 a push may have"},
+  };
+  for (const auto& [bytes, why] : malformed) {
+    ASSERT_EQ(testing::postTo(endpoint, bytes), 201);
+  }
+  // Messages are handled in order: once this one arrived, every one before it was handled.
+  ASSERT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-2"}})"), 201);
+  ASSERT_TRUE(connector->pushes.waitFor(1));
+  EXPECT_EQ(connector->pushes.items().size(), 1U);
+  const auto dropped = logSink().linesContaining("Dropped a push message: ");
+  ASSERT_EQ(dropped.size(), malformed.size());
+  for (std::size_t i = 0; i < malformed.size(); ++i) {
+    EXPECT_THAT(dropped[i], HasSubstr(malformed[i].second));
+  }
+}
+
+}  // namespace
+}  // namespace orvanta

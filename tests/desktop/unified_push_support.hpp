@@ -1,0 +1,151 @@
+#pragma once
+
+// Test support for remote pushes over UnifiedPush: a connector whose outcomes and pushes are
+// collected, calls on the bus as another program makes them, and POSTs to endpoints.
+
+#include <curl/curl.h>
+#include <gio/gio.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "desktop_test_support.hpp"
+#include "linux/gio/unified_push_connector.hpp"
+
+namespace orvanta::testing {
+
+inline constexpr const char* kTestApplicationId = "io.orvanta.Test";
+
+/// A picture: one orange pixel, as a PNG file.
+inline const std::string kTinyPng(
+    "\x89\x50\x4e\x47\x0d\x0a\x1a\x0a\x00\x00\x00\x0d\x49\x48\x44\x52\x00\x00\x00\x01\x00\x00"
+    "\x00\x01\x08\x02\x00\x00\x00\x90\x77\x53\xde\x00\x00\x00\x0c\x49\x44\x41\x54\x78\x9c"
+    "\x63\x78\x61\x15\x0d\x00\x03\x8b\x01\x7e\x0e\x16\x9a\x4f\x00\x00\x00\x00\x49\x45\x4e\x44"
+    "\xae\x42\x60\x82",
+    69);
+
+inline std::string hex(const std::string& bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    text.push_back(kDigits[byte >> 4]);
+    text.push_back(kDigits[byte & 0x0F]);
+  }
+  return text;
+}
+
+/// Calls `method` of `interface` at `path` of `destination` and waits for the answer; the error
+/// text when it failed, none otherwise. A connector answers once it has handled the call, so what
+/// the call did is done when this returns.
+inline std::optional<std::string> callOnBus(const std::string& busAddress,
+                                            const std::string& destination, const char* path,
+                                            const char* interface, const char* method,
+                                            GVariant* parameters) {
+  GError* error = nullptr;
+  GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
+      busAddress.c_str(),
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, &error);
+  if (connection == nullptr) {
+    std::string why = error->message;
+    g_error_free(error);
+    g_variant_unref(g_variant_ref_sink(parameters));
+    return why;
+  }
+  GVariant* reply = g_dbus_connection_call_sync(connection, destination.c_str(), path, interface,
+                                                method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE,
+                                                20'000, nullptr, &error);
+  std::optional<std::string> failure;
+  if (reply == nullptr) {
+    failure = error->message;
+    g_error_free(error);
+  } else {
+    g_variant_unref(reply);
+  }
+  g_dbus_connection_close_sync(connection, nullptr, nullptr);
+  g_object_unref(connection);
+  return failure;
+}
+
+/// A call on the connector of `kTestApplicationId`, as a distributor makes it.
+inline std::optional<std::string> callConnector(const std::string& busAddress, const char* method,
+                                                GVariant* parameters) {
+  return callOnBus(busAddress, kTestApplicationId, "/org/unifiedpush/Connector",
+                   "org.unifiedpush.Connector1", method, parameters);
+}
+
+/// POSTs `body` to `url`; the answer's status, 0 without one.
+inline long postTo(const std::string& url, const std::string& body) {
+  CURL* easy = curl_easy_init();
+  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.data());
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(easy, CURLOPT_TIMEOUT, 20L);
+  curl_easy_setopt(
+      easy, CURLOPT_WRITEFUNCTION,
+      +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
+  long status = 0;
+  if (curl_easy_perform(easy) == CURLE_OK) {
+    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+  }
+  curl_easy_cleanup(easy);
+  return status;
+}
+
+/// What a registration ended with: the endpoint (the token's bytes) or the error's text.
+struct RegistrationOutcome {
+  std::optional<std::string> endpoint;
+  std::optional<std::string> error;
+};
+
+/// A connector for `kTestApplicationId` on a test's bus, keeping its registration in `store`.
+/// Destroyed before what it reports into.
+class ConnectorProbe {
+ public:
+  ConnectorProbe(const std::string& busAddress, std::shared_ptr<port::SecureStore> store,
+                 std::string distributor = {}, std::string applicationId = kTestApplicationId) {
+    connector_ = linux_platform::makeUnifiedPushConnector({
+        .busAddress = busAddress,
+        .applicationId = std::move(applicationId),
+        .description = "Orvanta test",
+        .distributor = std::move(distributor),
+        .store = std::move(store),
+        .onPush = [this](ValueMap userInfo) { pushes.push(std::move(userInfo)); },
+    });
+  }
+
+  void registerNow() {
+    connector_->registerForRemoteNotifications(
+        [this](std::vector<std::uint8_t> token) {
+          outcomes.push({std::string(token.begin(), token.end()), std::nullopt});
+        },
+        [this](const Error& error) {
+          outcomes.push({std::nullopt, error.localizedDescription()});
+        });
+  }
+
+  /// Registers and waits for the outcome.
+  RegistrationOutcome registerAndWait() {
+    const std::size_t before = outcomes.items().size();
+    registerNow();
+    if (!outcomes.waitFor(before + 1)) {
+      return {std::nullopt, "no outcome"};
+    }
+    return outcomes.items()[before];
+  }
+
+  void unregister() { connector_->unregisterForRemoteNotifications(); }
+
+  Inbox<RegistrationOutcome> outcomes;
+  Inbox<ValueMap> pushes;
+
+ private:
+  std::shared_ptr<linux_platform::RemoteNotificationTransport> connector_;  // last: goes first
+};
+
+}  // namespace orvanta::testing

@@ -1,0 +1,103 @@
+// Sending a push to a device's push endpoint: the endpoint is decoded from the device's token,
+// the payload is POSTed to it, and what the endpoint answered is recorded.
+
+#include "sandbox_client.hpp"
+#include "testing/loopback_http_server.hpp"
+
+namespace orvanta::sandbox::testing {
+namespace {
+
+using nlohmann::json;
+
+std::string hex(const std::string& bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    text.push_back(kDigits[byte >> 4]);
+    text.push_back(kDigits[byte & 0x0F]);
+  }
+  return text;
+}
+
+class PushDeliveryTest : public SandboxTest {
+ protected:
+  HttpAnswer sendPush(const std::string& target, const json& push) {
+    return client.send(
+        "POST", "http://127.0.0.1:" + std::to_string(sandbox->port()) + "/_sandbox/send/" + target,
+        {"Content-Type: application/json"}, push.dump());
+  }
+
+  orvanta::testing::LoopbackHttpServer endpoint{[this](const orvanta::testing::LoopbackRequest&) {
+    return orvanta::testing::LoopbackResponse{status, {}, "ok", {}};
+  }};
+  int status = 201;
+};
+
+TEST_F(PushDeliveryTest, ThePayloadIsPostedToTheEndpointTheTokenStandsFor) {
+  const std::string token = hex(endpoint.url("/up/device-1"));
+  const json payload = {{"aps", {{"alert", "Hi"}}}, {"data", {{"id", "p-1"}}}};
+  const HttpAnswer sent = sendPush(token, payload);
+  ASSERT_EQ(sent.status, 200);
+  EXPECT_EQ(sent.json()["delivery"]["outcome"], "delivered");
+
+  ASSERT_EQ(endpoint.requestCount(), 1U);
+  const auto received = endpoint.requests()[0];
+  EXPECT_EQ(received.method, "POST");
+  EXPECT_EQ(received.path, "/up/device-1");
+  EXPECT_EQ(received.header("Content-Type"), "application/json");
+  EXPECT_EQ(json::parse(received.body), payload);
+  EXPECT_EQ(sandbox->sentPushes()[0].delivery.outcome, Delivery::Outcome::delivered);
+
+  // A bare "data" object reaches the device as a push's dictionary; a device's user id names its
+  // token (upper-case hex reads the same).
+  auto device = validDevice(credentials(), "user-7");
+  device["registration_id"] = token;
+  ASSERT_EQ(post("devices", device).status, 204);
+  EXPECT_EQ(sandbox->send(token, {{"id", "p-2"}}).outcome, Delivery::Outcome::delivered);
+  ASSERT_EQ(sendPush("user-7", {{"id", "p-3"}}).json()["token"], token);
+  std::string upper = token;
+  std::transform(upper.begin(), upper.end(), upper.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  EXPECT_EQ(sandbox->send(upper, {{"id", "p-4"}}).outcome, Delivery::Outcome::delivered);
+  ASSERT_EQ(endpoint.requestCount(), 4U);
+  EXPECT_EQ(json::parse(endpoint.requests()[1].body), (json{{"data", {{"id", "p-2"}}}}));
+  EXPECT_EQ(json::parse(endpoint.requests()[2].body), (json{{"data", {{"id", "p-3"}}}}));
+  EXPECT_TRUE(sandbox->violations().empty());
+}
+
+TEST_F(PushDeliveryTest, EachOutcomeIsRecordedWithWhatHappened) {
+  const auto closedPort = [] {
+    orvanta::testing::LoopbackHttpServer gone;
+    return gone.port();
+  }();
+  struct Case {
+    std::string token;
+    int endpointStatus;
+    Delivery::Outcome outcome;
+    std::string detail;
+  };
+  const std::vector<Case> cases = {
+      {hex(endpoint.url("/up/a")), 201, Delivery::Outcome::delivered, "answered 201"},
+      {hex(endpoint.url("/up/a")), 404, Delivery::Outcome::failed, "answered 404: ok"},
+      {hex("http://127.0.0.1:" + std::to_string(closedPort) + "/up/a"), 201,
+       Delivery::Outcome::failed, "no answer from"},
+      // Tokens of other transports: not hex, or bytes that are no http(s) URL.
+      {"a1b2c3", 201, Delivery::Outcome::notAvailable, "not a push endpoint address"},
+      {"not-hex!", 201, Delivery::Outcome::notAvailable, "not a push endpoint address"},
+      {hex("ftp://127.0.0.1/up"), 201, Delivery::Outcome::notAvailable, "not a push endpoint"},
+      {hex("http:// 127.0.0.1/"), 201, Delivery::Outcome::notAvailable, "not a push endpoint"},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.token);
+    status = each.endpointStatus;
+    const Delivery delivery = sandbox->send(each.token, {{"id", "p-1"}});
+    EXPECT_EQ(delivery.outcome, each.outcome);
+    EXPECT_NE(delivery.detail.find(each.detail), std::string::npos) << delivery.detail;
+    EXPECT_EQ(sandbox->sentPushes().back().delivery.outcome, each.outcome);
+  }
+  // Every push became the device's last push, whatever its delivery.
+  EXPECT_EQ(sandbox->stateJson()["last_pushes"].size(), 6U);
+}
+
+}  // namespace
+}  // namespace orvanta::sandbox::testing
