@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
+#include <mutex>
 #include <cstdio>
 #include <ctime>
 
@@ -80,20 +80,33 @@ std::string OrvantaLogger::formatLine(LogLevel level, std::chrono::system_clock:
 
 namespace {
 
-std::atomic<std::shared_ptr<const OrvantaLogger::Output>>& boundOutput() {
+struct BoundOutput {
+  std::mutex mutex;
+  std::shared_ptr<const OrvantaLogger::Output> output;
+};
+
+BoundOutput& boundOutput() {
   // Never destroyed: threads still running at exit may log.
-  static auto* output = new std::atomic<std::shared_ptr<const OrvantaLogger::Output>>();
-  return *output;
+  static auto* bound = new BoundOutput();
+  return *bound;
 }
 
 }  // namespace
 
 void OrvantaLogger::bind(std::shared_ptr<const Output> output) {
-  boundOutput().store(std::move(output));
+  auto& bound = boundOutput();
+  std::lock_guard lock(bound.mutex);
+  std::swap(bound.output, output);
+  // The previous output is released outside the lock.
 }
 
 std::shared_ptr<const OrvantaLogger::Output> OrvantaLogger::printingOutput(LogLevel level) {
-  auto output = boundOutput().load();
+  std::shared_ptr<const Output> output;
+  {
+    auto& bound = boundOutput();
+    std::lock_guard lock(bound.mutex);
+    output = bound.output;
+  }
   if (!output || !output->sink || !output->preferences ||
       !detail::isLoggingEnabled(*output->preferences)) {
     return nullptr;
