@@ -4,6 +4,7 @@
 // members with the record decoders' rules, and the errors those decoders report.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/utf8.hpp"
 #include "orvanta/error.hpp"
 #include "orvanta/value.hpp"
 
@@ -47,8 +49,7 @@ class EncodingFailure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// True when `text` is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
-bool isValidUtf8(std::string_view text);
+using orvanta::isValidUtf8;
 
 /// True when no array or object in `text` nests deeper than `limit`. Linear, allocation free;
 /// strings (and brackets inside them) are skipped.
@@ -84,6 +85,28 @@ std::map<std::string, T> mapFrom(const Json& value, std::string_view context, El
   }
   return result;
 }
+
+/// One scalar of a flat object read by `readFlatObject`: its kind and its text as written (a
+/// string without its quotes).
+struct FlatScalar {
+  enum class Kind { string, number, boolean };
+  Kind kind;
+  std::string_view text;
+};
+
+/// Reads the members of a JSON object whose values are all strings, numbers or Booleans, in the
+/// compact form the kit writes (`{"a":"x","b":2,"c":true}`: no blanks, no escapes, no nulls),
+/// calling `member(key, scalar)` for each in order; `member` returns false to give up. False when
+/// the text is not in that form or `member` gave up: the caller then reads it with the JSON
+/// library, which also reports what is wrong. Numbers follow the JSON grammar; strings and keys
+/// must be UTF-8 already (they are not checked again here).
+bool readFlatObject(std::string_view text,
+                    const std::function<bool(std::string_view, const FlatScalar&)>& member);
+
+/// A JSON number's text as a 64-bit integer, when it is written as one in range ("-12", not "2.0").
+std::optional<std::int64_t> integerFromJsonNumber(std::string_view text);
+/// A JSON number's text as a finite double, as the JSON library reads it.
+std::optional<double> doubleFromJsonNumber(std::string_view text);
 
 // Writing. Dates become seconds since the reference date; non-finite numbers throw
 // `EncodingFailure`.
