@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "entry/kit_context.hpp"
@@ -24,6 +25,9 @@ struct TestPlatformOptions {
   /// The HTTP client; default: the libcurl client, created on the first request.
   std::shared_ptr<port::HttpClient> httpClient;
   std::chrono::milliseconds backgroundTaskBudget{30'000};
+  /// Where the preferences live; default "<root>/config/preferences.json". The empty path is a
+  /// store that cannot be written (as with neither HOME nor XDG_CONFIG_HOME set).
+  std::optional<std::string> preferencesFile;
 };
 
 /// A complete Linux platform rooted in a fresh temporary folder, with a manual clock, a manual main
