@@ -62,7 +62,7 @@ class AnalyticsTest : public testing::SandboxTest {
     authData_->setDevice(device);
   }
   std::size_t storedRows() { return database_->allRows().size(); }
-  void settle() { handler_->operationQueue().waitUntilAllOperationsAreFinished(); }
+  void settle() { handler_->waitUntilIdle(); }
   void goToBackground() {
     testPlatform().lifecycle()->post(port::LifecycleEvent::didEnterBackground);
   }

@@ -90,14 +90,14 @@ class OperationsHandlerTest : public testing::PlatformTest {
   std::vector<std::string> storedNames() {
     std::vector<std::string> names;
     for (const auto& row : database_->allRows()) {
-      names.push_back(row->name);
+      names.push_back(row->record().name);
     }
     return names;
   }
   std::string databasePath() {
     return testPlatform().dataDirectory() + "/events-under-test.sqlite";
   }
-  void settle() { handler_->operationQueue().waitUntilAllOperationsAreFinished(); }
+  void settle() { handler_->waitUntilIdle(); }
 
   std::shared_ptr<HeldEventsService> service_ = std::make_shared<HeldEventsService>();
   std::shared_ptr<Database<OrvantaEvent>> database_;
@@ -120,6 +120,7 @@ TEST_F(OperationsHandlerTest, EachFlushPostsEveryRowAndOnlySuccessDeletesItsOwnR
   service_->answer(0, true);   // a
   service_->answer(1, false);  // b fails: stays
   service_->answer(3, true);   // a again: its row is already gone, not an error
+  handler_->waitForDeletions();
   EXPECT_THAT(storedNames(), ElementsAre("b", "c"));
   service_->answer(2, false);
   service_->answer(4, false);

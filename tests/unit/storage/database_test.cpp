@@ -58,7 +58,7 @@ OrvantaEvent makeEvent(const std::string& name, const ValueMap& parameters = {})
 std::vector<std::string> names(const std::vector<EventDatabase::Row>& rows) {
   std::vector<std::string> result;
   for (const auto& row : rows) {
-    result.push_back(row->name);
+    result.push_back(row->record().name);
   }
   return result;
 }
@@ -70,9 +70,7 @@ class DatabaseTest : public testing::PlatformTest {
     std::filesystem::create_directories(testPlatform().dataDirectory());
     return std::make_unique<Database<OrvantaEvent>>(path());
   }
-  void add(Database<OrvantaEvent>& db, const OrvantaEvent& event) {
-    db.add(std::make_shared<const OrvantaEvent>(event));
-  }
+  void add(Database<OrvantaEvent>& db, const OrvantaEvent& event) { db.add(event); }
 };
 
 TEST_F(DatabaseTest, CreatesTheTableOnceAndReopensSilently) {
@@ -122,7 +120,7 @@ TEST_F(DatabaseTest, KeepsRowsInInsertionOrderAndDeletesOnlyTheOneNamed) {
 
   auto rows = db->allRows();
   EXPECT_THAT(names(rows), ::testing::ElementsAre("first", "sale", "third"));
-  EXPECT_EQ(*rows[1], sale);
+  EXPECT_EQ(rows[1]->record(), sale);
 
   // Stored as written: scalars in their columns, maps as JSON text.
   RawConnection raw(path());
@@ -130,14 +128,14 @@ TEST_F(DatabaseTest, KeepsRowsInInsertionOrderAndDeletesOnlyTheOneNamed) {
             "{\"when\":722390400.5}");
   EXPECT_EQ(raw.text("SELECT typeof(createdAt) FROM orvantaevent LIMIT 1"), "real");
 
-  db->deleteRow(sale);
-  db->deleteRow(sale);  // gone already: not an error
-  db->deleteRow(makeEvent("never stored"));
+  db->deleteRow(sale.uuidId);
+  db->deleteRow(sale.uuidId);  // gone already: not an error
+  db->deleteRow(makeEvent("never stored").uuidId);
   EXPECT_THAT(names(db->allRows()), ::testing::ElementsAre("first", "third"));
 
   // A fresh connection decodes the same rows from the file.
   auto reopened = open();
-  EXPECT_EQ(*reopened->allRows()[1], *rows[2]);
+  EXPECT_EQ(reopened->allRows()[1]->record(), rows[2]->record());
 
   EXPECT_THROW(db->deleteRows("no such column", "x"), Error);
   db->deleteRows("eventName", "first");
@@ -182,7 +180,7 @@ TEST_F(DatabaseTest, CorruptMapColumnFailsEveryReadUntilTheRowIsGone) {
       "INSERT INTO orvantaevent VALUES ('X', 'p', 'n', 1.0, '{}', '{\"n\":\"text\"}', '{}', '{}')");
   EXPECT_THROW(db->allRows(), Error);
 
-  db->deleteRow(bad);
+  db->deleteRow(bad.uuidId);
   db->deleteRows("uuidId", "X");
   EXPECT_THAT(names(db->allRows()), ::testing::ElementsAre("good"));
 }
@@ -195,9 +193,9 @@ TEST_F(DatabaseTest, SeesRowsWrittenAndDeletedThroughAnotherConnection) {
   add(*second, makeEvent("two"));
   auto rows = first->allRows();
   EXPECT_THAT(names(rows), ::testing::ElementsAre("one", "two"));
-  second->deleteRow(*rows[0]);
+  second->deleteRow(rows[0]->primaryKey());
   // Same row id reused by a new row after the table emptied: never served from memory.
-  second->deleteRow(*rows[1]);
+  second->deleteRow(rows[1]->primaryKey());
   add(*first, makeEvent("three"));
   EXPECT_THAT(names(first->allRows()), ::testing::ElementsAre("three"));
   EXPECT_THAT(names(second->allRows()), ::testing::ElementsAre("three"));
@@ -229,7 +227,7 @@ TEST_F(DatabaseTest, WithoutDocumentsDirectoryTheKitUsesATemporaryDatabase) {
   EXPECT_EQ(urlForFileInDocumentsDirectory(noDocuments, "Orvanta.sqlite"), std::nullopt);
   auto temporary = openEventDatabase(noDocuments);
   ASSERT_NE(temporary, nullptr);
-  temporary->add(std::make_shared<const OrvantaEvent>(makeEvent("kept in memory")));
+  temporary->add(makeEvent("kept in memory"));
   EXPECT_EQ(temporary->allRows().size(), 1u);
   EXPECT_EQ(
       logSink()
