@@ -67,8 +67,8 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
 
   std::mutex mutex;
   std::condition_variable changed;
-  /// Events whose post succeeded, waiting for the deleter.
-  std::vector<std::shared_ptr<const OrvantaEvent>> waiting;
+  /// Rows whose post succeeded, waiting for the deleter (the packed rows, already in memory).
+  std::vector<EventDatabase::Row> waiting;
   /// Keys of the rows whose post succeeded and whose deletion has not run yet (waiting or being
   /// deleted): a flush leaves them out.
   std::unordered_set<std::string, KeyHash, std::equal_to<>> delivered;
@@ -77,12 +77,12 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
   std::size_t idleWaiters = 0;  ///< callers of `waitUntilIdle`
 
   /// A post of `event` succeeded (HTTP client's thread).
-  void deliveredEvent(std::shared_ptr<const OrvantaEvent> event) {
+  void deliveredRow(EventDatabase::Row row) {
     std::lock_guard lock(mutex);
-    if (!delivered.insert(event->uuidId).second) {
+    if (!delivered.emplace(row->primaryKey()).second) {
       return;  // posted twice and already waiting
     }
-    waiting.push_back(std::move(event));
+    waiting.push_back(std::move(row));
     if (waiting.size() == 1 || waiting.size() == kDeletionBatch) {
       changed.notify_all();  // a turn to start, or one to stop waiting for more
     }
@@ -102,7 +102,7 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
       if (waiting.empty()) {
         return;
       }
-      std::vector<std::shared_ptr<const OrvantaEvent>> batch;
+      std::vector<EventDatabase::Row> batch;
       batch.swap(waiting);
       deleting = true;
       lock.unlock();
@@ -113,39 +113,47 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
     }
   }
 
-  void deleteRows(const std::vector<std::shared_ptr<const OrvantaEvent>>& batch) {
-    std::vector<std::pair<const OrvantaEvent*, Error>> failures;
+  void deleteRows(const std::vector<EventDatabase::Row>& batch) {
+    std::vector<std::pair<const EventDatabase::Row*, Error>> failures;
     {
       std::lock_guard section(databaseQueue);
       if (database) {
         try {
           database->inTransaction([&] {
-            for (const auto& event : batch) {
+            for (const auto& row : batch) {
               try {
-                database->deleteRow(event->uuidId);
+                database->deleteRow(row->primaryKey());
               } catch (const Error& error) {
-                failures.emplace_back(event.get(), error);
+                failures.emplace_back(&row, error);
               }
             }
           });
         } catch (const Error& error) {
           failures.clear();  // not committed: none of them is deleted
-          for (const auto& event : batch) {
-            failures.emplace_back(event.get(), error);
+          for (const auto& row : batch) {
+            failures.emplace_back(&row, error);
           }
         }
       }
       // Still inside the section, so that a flush sees each row either gone or left out.
       std::lock_guard lock(mutex);
-      for (const auto& event : batch) {
-        delivered.erase(event->uuidId);
+      for (const auto& row : batch) {
+        if (auto found = delivered.find(row->primaryKey()); found != delivered.end()) {
+          delivered.erase(found);
+        }
       }
     }
     // A row whose deletion failed is posted again by a later flush.
-    for (const auto& [event, error] : failures) {
+    for (const auto& [row, error] : failures) {
       OrvantaLogger::verbose([&] {
-        return "Could not remove event - " + detail::describeEvent(*event) +
-               " from database\nerror - " + error.localizedDescription();
+        std::string event;
+        try {
+          event = detail::describeEvent((*row)->record());
+        } catch (const Error&) {
+          event = "{\"uuidId\":\"" + std::string((*row)->primaryKey()) + "\"}";
+        }
+        return "Could not remove event - " + event + " from database\nerror - " +
+               error.localizedDescription();
       });
     }
   }
@@ -267,7 +275,7 @@ std::shared_ptr<AsynchronousOperation> OrvantaAnalyticsOperationsHandler::postEv
   auto operation = std::make_shared<OrvantaAnalyticsEventPostOperation>(
       OrvantaAnalyticsEventPostOperation::OperationDependencies{event, std::move(service)});
   std::weak_ptr<OrvantaAnalyticsOperationsHandler> weak = weak_from_this();
-  operation->output.operationFinishedWithSuccess = [weak, event](bool success) {
+  operation->output.operationFinishedWithSuccess = [weak, event, row](bool success) {
     // Messages are built only when they are printed: a drain of thousands of events must not
     // pay for text nobody reads.
     if (success) {
@@ -280,7 +288,7 @@ std::shared_ptr<AsynchronousOperation> OrvantaAnalyticsOperationsHandler::postEv
                ", parameters: " + detail::describeParameters(*event);
       });
       if (auto self = weak.lock()) {
-        self->shared_->deliveredEvent(event);
+        self->shared_->deliveredRow(row);
       }
     } else {
       OrvantaLogger::error(

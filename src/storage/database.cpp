@@ -224,6 +224,7 @@ SqliteTable::SqliteTable(const std::string& location, TableBuilder table)
   try {
     execute(connection, "PRAGMA journal_mode=WAL");
     execute(connection, "PRAGMA synchronous=NORMAL");
+    execute(connection, "PRAGMA cache_size=-1024");
   } catch (const Error&) {  // NOLINT(bugprone-empty-catch): the defaults still work
   }
 

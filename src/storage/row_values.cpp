@@ -16,13 +16,10 @@ bool RowValues::Builder::slot(Kind kind, std::size_t size) {
   if (written_ >= columns_) {
     return false;  // more values than columns: the extra ones are not kept
   }
-  const std::size_t header = 2 + columns_ * kSlotBytes;
-  const auto offset = static_cast<std::uint32_t>(bytes_.size() - header);
   const auto size32 = static_cast<std::uint32_t>(size);
   char* at = bytes_.data() + 2 + written_ * kSlotBytes;
   at[0] = static_cast<char>(kind);
-  std::memcpy(at + 1, &offset, sizeof offset);
-  std::memcpy(at + 5, &size32, sizeof size32);
+  std::memcpy(at + 1, &size32, sizeof size32);
   ++written_;
   return true;
 }
@@ -75,10 +72,18 @@ RowValues::Slot RowValues::slotAt(std::size_t column) const {
   if (column >= size()) {
     return slot;
   }
-  const char* at = bytes_.data() + 2 + column * kSlotBytes;
-  slot.kind = static_cast<Kind>(at[0]);
-  std::memcpy(&slot.offset, at + 1, sizeof slot.offset);
-  std::memcpy(&slot.size, at + 5, sizeof slot.size);
+  // A row has a handful of columns: the offset is the sum of the sizes before it.
+  const char* at = bytes_.data() + 2;
+  for (std::size_t i = 0; i <= column; ++i, at += kSlotBytes) {
+    std::uint32_t size = 0;
+    std::memcpy(&size, at + 1, sizeof size);
+    if (i == column) {
+      slot.kind = static_cast<Kind>(at[0]);
+      slot.size = size;
+    } else {
+      slot.offset += size;
+    }
+  }
   return slot;
 }
 

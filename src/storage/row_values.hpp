@@ -50,14 +50,14 @@ class RowValues {
  private:
   struct Slot {
     Kind kind;
-    std::uint32_t offset;
+    std::uint32_t offset;  ///< from the start of the data
     std::uint32_t size;
   };
-  static constexpr std::size_t kSlotBytes = 9;
+  static constexpr std::size_t kSlotBytes = 5;
   Slot slotAt(std::size_t column) const;
 
-  /// [column count: 2 bytes][one 9-byte slot per column][data]; numbers are kept in the data
-  /// as their 8 bytes.
+  /// [column count: 2 bytes][per column: kind, 1 byte, and size, 4 bytes][data, the columns one
+  /// after the other]; numbers are kept in the data as their 8 bytes.
   std::string bytes_;
 };
 
