@@ -143,6 +143,24 @@ TEST_F(OperationsHandlerTest, EachFlushPostsEveryRowAndOnlySuccessDeletesItsOwnR
   EXPECT_TRUE(storedNames().empty());
 }
 
+// A successful post deletes its row on the handler's own thread, a little later; a flush in
+// between does not post the row again.
+TEST_F(OperationsHandlerTest, ARowWhosePostSucceededIsNotPostedAgain) {
+  track("a");
+  track("b");
+  handler_->postEventsFromDatabase();
+  ASSERT_TRUE(service_->waitForPosts(2));
+  service_->answer(0, true);  // a: delivered, its deletion asked for
+  handler_->postEventsFromDatabase();
+  ASSERT_TRUE(service_->waitForPosts(3));
+  EXPECT_THAT(service_->postedNames(), ElementsAre("a", "b", "b"));
+  service_->answer(1, false);
+  service_->answer(2, true);
+  settle();
+  EXPECT_TRUE(storedNames().empty());
+  EXPECT_TRUE(logSink().linesContaining("Could not").empty());
+}
+
 TEST_F(OperationsHandlerTest, NeverMoreThanTenPostsAtOnceAndCancellationLeavesRows) {
   for (int i = 0; i < 25; ++i) {
     track("e" + std::to_string(i));

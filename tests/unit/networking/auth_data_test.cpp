@@ -147,6 +147,21 @@ TEST_F(AuthDataTest, AnOlderRequestInFlightIsNotCancelledAndItsFailureIsRetried)
   EXPECT_EQ(service->devices[3].oldDeviceToken, "second");
 }
 
+TEST_F(AuthDataTest, APushTokenThatIsNotUtf8IsRepairedStoredAndRegistered) {
+  auto auth = authData(service_);
+  auth->storeDeviceTokenAndRegister("c0ffee\xFF");
+  EXPECT_EQ(auth->device().deviceToken, "c0ffee\xEF\xBF\xBD");
+  ASSERT_EQ(service_->registeredDevices().size(), 1u);
+  EXPECT_EQ(service_->registeredDevices()[0].deviceToken, "c0ffee\xEF\xBF\xBD");
+
+  // A record that cannot be written (built past the entrances) is not stored, and says so once.
+  OrvantaDevice unwritable = auth->device();
+  unwritable.user.email = "\xC3";
+  auth->setDevice(unwritable);
+  EXPECT_EQ(logSink().linesContaining("Parameter encoding failed").size(), 1u);
+  EXPECT_EQ(auth->device().user.email, std::nullopt);
+}
+
 TEST_F(AuthDataTest, ARetryFindingItsOwnerGoneDoesNothing) {
   service_->scriptRegistrations({Error::statusCode(500)});
   auto auth = authData(service_);

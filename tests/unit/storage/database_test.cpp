@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -50,6 +53,12 @@ class RawConnection {
  private:
   sqlite3* db_ = nullptr;
 };
+
+mode_t modeOf(const std::string& path) {
+  struct stat info {};
+  EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
 
 OrvantaEvent makeEvent(const std::string& name, const ValueMap& parameters = {}) {
   return OrvantaEvent("token", "app", name, 1700000000.25, parameters);
@@ -201,6 +210,58 @@ TEST_F(DatabaseTest, SeesRowsWrittenAndDeletedThroughAnotherConnection) {
   EXPECT_THAT(names(second->allRows()), ::testing::ElementsAre("three"));
 }
 
+// Rows written by something else than this version of the kit: text that is not UTF-8, maps in
+// another JSON layout. Each reads back, repaired, and can be written (posted) again.
+TEST_F(DatabaseTest, RowsWrittenElsewhereReadBackAndStayWritable) {
+  auto db = open();
+  RawConnection raw(path());
+  raw.exec(
+      "INSERT INTO orvantaevent VALUES ('A', 'tok\xFF|||app', 'caf\xC3', 1700000000, "
+      "'{ \"k\xFF\" : \"\\u0041\xC0\" }', '{\"n\":2.0}', '{}', '{\"d\":1e3}')");
+  auto rows = db->allRows();
+  ASSERT_EQ(rows.size(), 1u);
+  const OrvantaEvent event = rows[0]->record();
+  const std::string r = "\xEF\xBF\xBD";
+  EXPECT_EQ(event.pushId, "tok" + r + "|||app");
+  EXPECT_EQ(event.name, "caf" + r);
+  EXPECT_EQ(event.createdAt, 1700000000.0);
+  EXPECT_EQ(event.additionalStringFields, (std::map<std::string, std::string>{{"k" + r, "A" + r}}));
+  EXPECT_EQ(event.additionalNumericFields, (std::map<std::string, std::int64_t>{{"n", 2}}));
+  EXPECT_EQ(event.additionalDateFields.at("d"), Date::sinceReferenceDate(1000.0));
+  std::string body;
+  EXPECT_NO_THROW(event.writeBody(body));
+}
+
+// The rows kept in memory are bounded: a long offline period does not grow the kit without
+// limit. Rows beyond the bound are read from the file at each call, the same rows all the same.
+TEST_F(DatabaseTest, TheRowsKeptInMemoryAreBounded) {
+  std::filesystem::create_directories(testPlatform().dataDirectory());
+  const std::size_t bound = 8 * 1024;
+  Database<OrvantaEvent> db(path(), bound);
+  std::vector<std::string> expected;
+  for (int i = 0; i < 200; ++i) {
+    auto event = makeEvent("e" + std::to_string(i), {{"i", i}});
+    expected.push_back(event.name);
+    db.add(event);
+    EXPECT_LE(db.cachedBytes(), bound);
+  }
+  EXPECT_GT(db.cachedRows(), 0u);
+  EXPECT_LT(db.cachedRows(), 200u);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(names(db.allRows()), expected);
+    EXPECT_LE(db.cachedBytes(), bound);
+  }
+  // The oldest rows are the ones kept; deleting them makes room for the next ones.
+  for (int i = 0; i < 50; ++i) {
+    db.deleteRows("eventName", "e" + std::to_string(i));
+  }
+  expected.erase(expected.begin(), expected.begin() + 50);
+  EXPECT_EQ(names(db.allRows()), expected);
+  EXPECT_GT(db.cachedRows(), 0u);
+  EXPECT_LE(db.cachedBytes(), bound);
+  EXPECT_LE(Database<OrvantaEvent>::kDefaultMaxCachedBytes, std::size_t{8} << 20);
+}
+
 TEST_F(DatabaseTest, OpeningFailsWhereNoFileCanBeMade) {
   try {
     Database<OrvantaEvent> db(testPlatform().root() + "/missing/folder/Orvanta.sqlite");
@@ -216,6 +277,30 @@ class NoDocuments : public port::FileLocations {
   port::DirectoryLookup documentsDirectory() override { return {std::nullopt, "no home"}; }
   std::string temporaryDirectory() override { return "/tmp"; }
 };
+
+// Every stored event carries the push token: the data folder, the database and its journal
+// files are readable by their owner only, whatever the process's umask.
+TEST_F(DatabaseTest, TheEventDatabaseIsPrivateToItsOwner) {
+  const mode_t previous = ::umask(022);
+  auto db = openEventDatabase(*platform()->fileLocations);
+  ASSERT_NE(db, nullptr);
+  db->add(makeEvent("private"));
+  EXPECT_EQ(modeOf(testPlatform().dataDirectory()), 0700u);
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    EXPECT_EQ(modeOf(path() + suffix), 0600u) << suffix;
+  }
+  db.reset();
+
+  // A database left readable by an earlier version is narrowed when it is opened.
+  ::chmod(path().c_str(), 0644);
+  ::chmod((path() + "-wal").c_str(), 0644);
+  auto reopened = openEventDatabase(*platform()->fileLocations);
+  ASSERT_NE(reopened, nullptr);
+  EXPECT_EQ(modeOf(path()), 0600u);
+  EXPECT_EQ(modeOf(path() + "-wal"), 0600u);
+  EXPECT_EQ(names(reopened->allRows()), std::vector<std::string>{"private"});
+  ::umask(previous);
+}
 
 TEST_F(DatabaseTest, WithoutDocumentsDirectoryTheKitUsesATemporaryDatabase) {
   enableLogging();
