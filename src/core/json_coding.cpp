@@ -178,10 +178,6 @@ std::optional<std::string> optionalString(const Json& object, const char* key) {
   return std::nullopt;
 }
 
-namespace {
-
-/// Length of the JSON number at the start of `text` (the whole grammar: sign, integer part
-/// without leading zeros, fraction, exponent), or 0 when there is none.
 std::size_t jsonNumberLength(std::string_view text) {
   std::size_t i = 0;
   const auto digit = [&](std::size_t at) {
@@ -224,8 +220,6 @@ std::size_t jsonNumberLength(std::string_view text) {
   return i;
 }
 
-/// Length of the string literal at the start of `text` (quotes included) when it holds no escape
-/// and no control character; 0 otherwise.
 std::size_t plainStringLength(std::string_view text) {
   if (text.empty() || text.front() != '"') {
     return 0;
@@ -240,59 +234,6 @@ std::size_t plainStringLength(std::string_view text) {
     }
   }
   return 0;
-}
-
-}  // namespace
-
-bool readFlatObject(std::string_view text,
-                    const std::function<bool(std::string_view, const FlatScalar&)>& member) {
-  if (text.size() < 2 || text.front() != '{' || text.back() != '}') {
-    return false;
-  }
-  std::string_view rest = text.substr(1, text.size() - 2);
-  if (rest.empty()) {
-    return true;
-  }
-  while (true) {
-    const std::size_t keyLength = plainStringLength(rest);
-    if (keyLength == 0 || keyLength >= rest.size() || rest[keyLength] != ':') {
-      return false;
-    }
-    const std::string_view key = rest.substr(1, keyLength - 2);
-    rest = rest.substr(keyLength + 1);
-    FlatScalar scalar{FlatScalar::Kind::number, {}};
-    std::size_t length = 0;
-    if (rest.starts_with('"')) {
-      length = plainStringLength(rest);
-      if (length == 0) {
-        return false;
-      }
-      scalar = {FlatScalar::Kind::string, rest.substr(1, length - 2)};
-    } else if (rest.starts_with("true")) {
-      length = 4;
-      scalar = {FlatScalar::Kind::boolean, rest.substr(0, 4)};
-    } else if (rest.starts_with("false")) {
-      length = 5;
-      scalar = {FlatScalar::Kind::boolean, rest.substr(0, 5)};
-    } else {
-      length = jsonNumberLength(rest);
-      if (length == 0) {
-        return false;
-      }
-      scalar = {FlatScalar::Kind::number, rest.substr(0, length)};
-    }
-    if (!member(key, scalar)) {
-      return false;
-    }
-    rest = rest.substr(length);
-    if (rest.empty()) {
-      return true;
-    }
-    if (rest.front() != ',') {
-      return false;
-    }
-    rest = rest.substr(1);
-  }
 }
 
 std::optional<std::int64_t> integerFromJsonNumber(std::string_view text) {
