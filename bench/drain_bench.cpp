@@ -1,21 +1,34 @@
-// How fast the event queue drains stored events to the sandbox, next to a plain libcurl multi loop
-// posting the very same requests (URL, headers, bodies) with 10 transfers in flight to the same
-// sandbox in the same run. Both must end with every event recorded by the sandbox.
+// How fast the event queue drains stored events, next to a plain libcurl multi loop posting the
+// very same requests (URL, headers, bodies) with 10 transfers in flight, both to one
+// orvanta-sandbox running as a separate process; and what a burst of tracked events costs.
 //
-//   drain_bench [events, default 10000] [rounds, default 3]
+//   drain_bench [events, default 10000] [rounds, default 3] [burst, default 1000] [--kit-only]
 //
-// Prints events per second for each round, the medians, their ratio, and the process's peak
-// resident memory (VmHWM) after the first drain: kit, sandbox and stored events together.
+// Drain: each round stores `events` rows (as a previous launch would have left them), opens the
+// database as a new launch does and flushes once; then the libcurl loop posts the same requests.
+// Prints events per second for each, the medians and their ratio, the CPU time per event of the
+// kit's process, of the loop and of the sandbox, and the kit's peak resident memory during the
+// first drain (VmHWM of this process, which holds no sandbox).
+//
+// --kit-only leaves the libcurl loop out (for profiling the kit, e.g. under callgrind).
+//
+// Burst: `burst` back-to-back `trackEvent` calls against the live sandbox. Every call stores its
+// event and flushes every stored row, and rows whose post is still in flight are posted again, so
+// the service receives more posts than events: prints the POSTs per tracked event and the most
+// rows stored at once, so that the cost of that rule is visible.
 
 #include <curl/curl.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,38 +40,80 @@
 #include "orvanta/linux_platform.hpp"
 #include "orvanta/orvanta.hpp"
 #include "orvanta/service_urls.hpp"
-#include "orvanta_sandbox/sandbox.hpp"
+#include "sandbox_process.hpp"
 
 namespace {
 
 using namespace orvanta;
 using Clock = std::chrono::steady_clock;
 
+constexpr const char* kAppId = "bench-app";
+
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// A line of /proc/self/status ("VmHWM", "VmRSS") in megabytes.
-double statusMegabytes(const std::string& field) {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind(field + ":", 0) == 0) {
-      return std::strtod(line.c_str() + field.size() + 1, nullptr) / 1024.0;
-    }
-  }
-  return 0.0;
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values.empty() ? 0.0 : values[values.size() / 2];
 }
 
-void writeConfig(const std::string& bundle, const sandbox::Credentials& credentials) {
+void writeConfig(const std::string& bundle) {
   std::filesystem::create_directories(bundle);
   std::ofstream file(bundle + "/OrvantaConfig.plist");
   file << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-       << "<key>AppId</key><string>" << credentials.appId << "</string>"
-       << "<key>Token</key><string>" << credentials.token << "</string>"
-       << "<key>Secret</key><string>" << credentials.secret << "</string>"
-       << "<key>EventsToken</key><string>" << credentials.eventsToken << "</string>"
+       << "<key>AppId</key><string>" << kAppId << "</string>"
+       << "<key>Token</key><string>bench-token</string>"
+       << "<key>Secret</key><string>bench-secret</string>"
+       << "<key>EventsToken</key><string>bench-events-token</string>"
        << "</dict></plist>\n";
+}
+
+OrvantaEvent sampleEvent(int i) {
+  return OrvantaEvent("c0ffee", kAppId, "purchase", 1700000000.0 + i,
+                      ValueMap{{"sku", "A-" + std::to_string(i)}, {"qty", i}, {"gift", true}});
+}
+
+/// Stores `count` rows the way the kit writes them, in one transaction through the SQLite C API,
+/// so that the kit meets them as a new launch does (nothing cached, nothing of the filling left in
+/// this process's memory).
+bool fillDatabase(const std::string& path, int count) {
+  {
+    Database<OrvantaEvent> create(path);  // the table, the journal mode
+  }
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
+    return false;
+  }
+  sqlite3_stmt* insert = nullptr;
+  sqlite3_prepare_v2(db,
+                     "INSERT INTO \"orvantaevent\" (\"uuidId\", \"pushId\", \"eventName\", "
+                     "\"createdAt\", \"additionalStringFields\", \"additionalNumericFields\", "
+                     "\"additionalBoolFields\", \"additionalDateFields\") VALUES (?, ?, ?, ?, ?, "
+                     "?, ?, ?)",
+                     -1, &insert, nullptr);
+  sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
+  bool ok = insert != nullptr;
+  for (int i = 0; ok && i < count; ++i) {
+    const auto json = sampleEvent(i).toJson();
+    int column = 1;
+    for (const auto& [key, value] : json.items()) {
+      if (value.is_number()) {
+        sqlite3_bind_double(insert, column, value.get<double>());
+      } else {
+        const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+        sqlite3_bind_text(insert, column, text.data(), static_cast<int>(text.size()),
+                          SQLITE_TRANSIENT);
+      }
+      ++column;
+    }
+    ok = sqlite3_step(insert) == SQLITE_DONE;
+    sqlite3_reset(insert);
+  }
+  ok = sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK && ok;
+  sqlite3_finalize(insert);
+  sqlite3_close_v2(db);
+  return ok;
 }
 
 std::size_t discard(char*, std::size_t size, std::size_t count, void*) {
@@ -72,6 +127,7 @@ std::size_t rawLoop(const std::vector<port::HttpRequest>& requests, int inFlight
     headers = curl_slist_append(headers, (name + ": " + value).c_str());
   }
   headers = curl_slist_append(headers, "Expect:");
+  headers = curl_slist_append(headers, "Accept:");
   CURLM* multi = curl_multi_init();
   std::vector<CURL*> handles(static_cast<std::size_t>(inFlight));
   std::size_t next = 0;
@@ -89,6 +145,7 @@ std::size_t rawLoop(const std::vector<port::HttpRequest>& requests, int inFlight
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &discard);
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_NOPROXY, "*");
     if (next < requests.size()) {
       post(easy);
       ++running;
@@ -122,9 +179,74 @@ std::size_t rawLoop(const std::vector<port::HttpRequest>& requests, int inFlight
   return failures;
 }
 
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
+/// The event database, counting the rows each fetch found.
+class CountingDatabase final : public EventDatabase {
+ public:
+  explicit CountingDatabase(std::shared_ptr<EventDatabase> inner) : inner_(std::move(inner)) {}
+
+  void add(const OrvantaEvent& record) override { inner_->add(record); }
+  std::vector<Row> allRows() override {
+    auto rows = inner_->allRows();
+    peak_ = std::max(peak_.load(), rows.size());
+    return rows;
+  }
+  void deleteRows(std::string_view column, const std::string& value) override {
+    inner_->deleteRows(column, value);
+  }
+  void deleteRow(std::string_view primaryKey) override { inner_->deleteRow(primaryKey); }
+  void inTransaction(const std::function<void()>& work) override { inner_->inTransaction(work); }
+
+  std::size_t peak() const { return peak_.load(); }
+
+ private:
+  std::shared_ptr<EventDatabase> inner_;
+  std::atomic<std::size_t> peak_{0};
+};
+
+std::shared_ptr<OrvantaAnalyticsOperationsHandler> makeHandler(
+    std::shared_ptr<EventDatabase> database, const std::shared_ptr<detail::KitContext>& context) {
+  return OrvantaAnalyticsOperationsHandler::make(
+      {std::move(database),
+       [context] { return std::make_shared<EventsService>(context->router<EventsEndPoint>()); }});
+}
+
+void runBurst(const std::string& folder, int burst, const bench::SandboxProcess& sandbox,
+              const std::shared_ptr<detail::KitContext>& context) {
+  auto database = std::make_shared<CountingDatabase>(
+      std::make_shared<Database<OrvantaEvent>>(folder + "/data/burst.sqlite"));
+  auto handler = makeHandler(database, context);
+  auto authData = context->authData();
+  OrvantaDevice device = authData->device();
+  device.deviceToken = "c0ffee";
+  authData->setDevice(device);
+  const auto& platform = *context->platform();
+  auto analytics = OrvantaAnalytics::Impl::make(
+      {handler, authData, platform.lifecycle, platform.clock, context->configFile()});
+
+  sandbox.reset();
+  std::vector<double> calls;
+  calls.reserve(static_cast<std::size_t>(burst));
+  const auto start = Clock::now();
+  for (int i = 0; i < burst; ++i) {
+    const auto before = Clock::now();
+    analytics->trackEvent("burst", {{"index", i}});
+    calls.push_back(std::chrono::duration<double, std::micro>(Clock::now() - before).count());
+  }
+  const double tracking = secondsSince(start);
+  handler->waitUntilIdle();
+  const double drained = secondsSince(start);
+  const std::size_t left = database->allRows().size();
+  const auto state = sandbox.state();
+  const auto posts = state.value("request_count", std::size_t{0});
+  const auto received = state.value("event_count", std::size_t{0});
+  std::printf(
+      "burst: %d back-to-back trackEvent calls against the live sandbox\n"
+      "  calls took %.2f s (median %.0f us, slowest %.0f us); every post ended after %.2f s\n"
+      "  POSTs %zu = %.2f per tracked event; %zu distinct events received, %zu rows left\n"
+      "  peak stored rows %zu\n",
+      burst, tracking, median(calls),
+      calls.empty() ? 0.0 : *std::max_element(calls.begin(), calls.end()), drained, posts,
+      burst > 0 ? static_cast<double>(posts) / burst : 0.0, received, left, database->peak());
 }
 
 }  // namespace
@@ -132,6 +254,8 @@ double median(std::vector<double> values) {
 int main(int argc, char** argv) {
   const int count = argc > 1 ? std::atoi(argv[1]) : 10000;
   const int rounds = argc > 2 ? std::max(1, std::atoi(argv[2])) : 3;
+  const int burst = argc > 3 ? std::atoi(argv[3]) : 1000;
+  const bool kitOnly = argc > 4 && std::string(argv[4]) == "--kit-only";
   curl_global_init(CURL_GLOBAL_DEFAULT);
 
   const char* tmp = std::getenv("TMPDIR");
@@ -141,91 +265,110 @@ int main(int argc, char** argv) {
     std::perror("mkdtemp");
     return 1;
   }
-  sandbox::Options options;
-  options.requestLogLimit = 1000;  // the sandbox keeps every event anyway
-  auto sandbox = sandbox::Sandbox::start(options);
-  writeConfig(folder + "/bundle", sandbox->credentials());
+  writeConfig(folder + "/bundle");
+  std::filesystem::create_directories(folder + "/data");
+  bench::SandboxProcess sandbox(ORVANTA_SANDBOX_PROGRAM, folder + "/bundle/OrvantaConfig.plist");
   installPlatform(makeLinuxPlatform({.applicationName = "drain_bench",
                                      .dataDirectory = folder + "/data",
                                      .secureStoreDirectory = folder + "/data/keystore",
                                      .preferencesFile = folder + "/config/preferences.json",
                                      .bundleDirectory = folder + "/bundle",
                                      .kitResourcesDirectory = folder + "/bundle"}));
-  setServiceBaseURLs(sandbox->baseUrl(), sandbox->baseUrl());
+  setServiceBaseURLs(sandbox.baseUrl(), sandbox.baseUrl());
   auto context = std::make_shared<detail::KitContext>(currentPlatform());
 
-  std::vector<OrvantaEvent> events;
-  for (int i = 0; i < count; ++i) {
-    events.emplace_back("c0ffee", sandbox->credentials().appId, "purchase", 1700000000.0 + i,
-                        ValueMap{{"sku", "A-" + std::to_string(i)}, {"qty", i}, {"gift", true}});
-  }
+  std::printf("draining %d events to orvanta-sandbox (pid %d) on %s, %d rounds\n", count,
+              static_cast<int>(sandbox.pid()), sandbox.baseUrl().c_str(), rounds);
+
   // The loop's requests are built after the first drain, so that the memory figure is the kit's.
   std::vector<port::HttpRequest> requests;
   const auto buildRequests = [&] {
-    for (const auto& event : events) {
-      auto call = EventsEndPoint::event(event);
+    for (int i = 0; i < count; ++i) {
+      auto call = EventsEndPoint::event(sampleEvent(i));
       requests.push_back(detail::buildRequest(call.httpMethod(), pathURL(call),
                                               call.headers(*context->configFile()), call.task(),
                                               detail::kRequestTimeout));
     }
   };
-  std::printf("draining %d events to the sandbox on %s, %d rounds\n", count,
-              sandbox->baseUrl().c_str(), rounds);
 
-  std::vector<double> kitRates;
-  std::vector<double> rawRates;
+  std::vector<double> kitRates, rawRates, kitCpu, rawCpu, sandboxKitCpu, sandboxRawCpu;
+  double startMegabytes = 0;
+  double startAnonymous = 0;
   double peakMegabytes = 0;
-  const double startMegabytes = statusMegabytes("VmRSS");
+  double afterAnonymous = 0;
   bool complete = true;
   for (int round = 0; round < rounds; ++round) {
+    const std::string path = folder + "/data/drain-" + std::to_string(round) + ".sqlite";
+    if (!fillDatabase(path, count)) {
+      std::fprintf(stderr, "could not fill %s\n", path.c_str());
+      return 1;
+    }
     {
-      const std::string path = folder + "/data/drain-" + std::to_string(round) + ".sqlite";
-      auto database = std::make_shared<Database<OrvantaEvent>>(path);
-      for (const auto& event : events) {
-        database->add(std::make_shared<const OrvantaEvent>(event));
+      if (round == 0) {
+        startMegabytes = bench::statusMegabytes("VmRSS");
+        startAnonymous = bench::statusMegabytes("RssAnon");
+        bench::resetPeakResidentSize();
       }
-      auto handler = OrvantaAnalyticsOperationsHandler::make(
-          {database, [context] {
-             return std::make_shared<EventsService>(context->router<EventsEndPoint>());
-           }});
-      sandbox->reset();
+      auto database = std::make_shared<Database<OrvantaEvent>>(path);
+      auto handler = makeHandler(database, context);
+      sandbox.reset();
+      const double cpu = bench::processCpuSeconds();
+      const double sandboxCpu = sandbox.cpuSeconds();
       const auto start = Clock::now();
       handler->postEventsFromDatabase();
-      handler->operationQueue().waitUntilAllOperationsAreFinished();
+      handler->waitUntilIdle();
       const double seconds = secondsSince(start);
+      kitCpu.push_back((bench::processCpuSeconds() - cpu) / count * 1e6);
+      sandboxKitCpu.push_back((sandbox.cpuSeconds() - sandboxCpu) / count * 1e6);
       const std::size_t left = database->allRows().size();
-      const std::size_t received = sandbox->eventCount();
+      const std::size_t received = sandbox.eventCount();
       kitRates.push_back(count / seconds);
       complete = complete && left == 0 && received == static_cast<std::size_t>(count);
       if (round == 0) {
-        peakMegabytes = statusMegabytes("VmHWM");
-        buildRequests();
+        peakMegabytes = bench::statusMegabytes("VmHWM");
+        afterAnonymous = bench::statusMegabytes("RssAnon");
       }
       std::printf("  kit   round %d: %8.0f events/s (%.2f s, %zu received, %zu rows left)\n",
                   round + 1, count / seconds, seconds, received, left);
     }
-    sandbox->reset();
+    if (kitOnly) {
+      continue;
+    }
+    if (requests.empty()) {
+      buildRequests();
+    }
+    sandbox.reset();
+    const double cpu = bench::processCpuSeconds();
+    const double sandboxCpu = sandbox.cpuSeconds();
     const auto start = Clock::now();
     const std::size_t failures = rawLoop(requests, 10);
     const double seconds = secondsSince(start);
+    rawCpu.push_back((bench::processCpuSeconds() - cpu) / count * 1e6);
+    sandboxRawCpu.push_back((sandbox.cpuSeconds() - sandboxCpu) / count * 1e6);
     rawRates.push_back(count / seconds);
-    complete =
-        complete && failures == 0 && sandbox->eventCount() == static_cast<std::size_t>(count);
+    complete = complete && failures == 0 && sandbox.eventCount() == static_cast<std::size_t>(count);
     std::printf("  curl  round %d: %8.0f events/s (%.2f s, %zu failures)\n", round + 1,
                 count / seconds, seconds, failures);
   }
   const double kit = median(kitRates);
-  const double raw = median(rawRates);
+  const double raw = kitOnly ? 0.0 : median(rawRates);
   std::printf(
-      "median: kit %.0f events/s, libcurl multi loop %.0f events/s, ratio %.2f "
-      "(goal >= 0.7)\n",
+      "median: kit %.0f events/s, libcurl multi loop %.0f events/s, ratio %.2f (goal >= 0.9)\n",
       kit, raw, kit / raw);
   std::printf(
-      "peak resident memory after the first drain (VmHWM, whole process with the sandbox and the "
-      "stored events): %.1f MB (goal < 50; %.1f MB before the database was filled)\n",
-      peakMegabytes, startMegabytes);
+      "CPU time per event, median: kit process %.1f us, loop process %.1f us; the sandbox %.1f us "
+      "while the kit drained, %.1f us for the loop\n",
+      median(kitCpu), median(rawCpu), median(sandboxKitCpu), median(sandboxRawCpu));
+  std::printf(
+      "kit's peak resident memory during the first drain (VmHWM of this process, the sandbox "
+      "runs apart): %.1f MB (goal < 20; %.1f MB before the database was opened, of which %.1f MB "
+      "anonymous, %.1f MB anonymous after the drain)\n",
+      peakMegabytes, startMegabytes, startAnonymous, afterAnonymous);
   std::printf("every event delivered and every row deleted: %s\n", complete ? "yes" : "NO");
-  sandbox->stop();
+
+  if (burst > 0) {
+    runBurst(folder, burst, sandbox, context);
+  }
   std::filesystem::remove_all(folder);
   return complete ? 0 : 1;
 }

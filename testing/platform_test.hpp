@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "entry/kit_context.hpp"
@@ -26,6 +27,9 @@ struct TestPlatformOptions {
   std::chrono::milliseconds backgroundTaskBudget{30'000};
   /// The language of the kit's texts; English by default, whatever the machine's locale.
   std::vector<std::string> languages;
+  /// Where the preferences live; default "<root>/config/preferences.json". The empty path is a
+  /// store that cannot be written (as with neither HOME nor XDG_CONFIG_HOME set).
+  std::optional<std::string> preferencesFile;
 };
 
 /// A complete Linux platform rooted in a fresh temporary folder, with a manual clock, a manual main

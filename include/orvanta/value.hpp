@@ -62,9 +62,15 @@ using ValueMap = std::map<std::string, Value>;
 /// share one representation. Event and custom parameters classify it by value: a boxed number
 /// that is exactly an integer counts as an integer (so a boxed `true` becomes 1), any other boxed
 /// number is dropped.
+///
+/// A box made from a 64-bit integer keeps that integer exactly (`integer`), also beyond 2^53
+/// where a double would round it; `value` is then the nearest double.
 struct BoxedNumber {
   double value = 0.0;
-  friend bool operator==(BoxedNumber a, BoxedNumber b) { return a.value == b.value; }
+  std::optional<std::int64_t> integer;
+  friend bool operator==(const BoxedNumber& a, const BoxedNumber& b) {
+    return a.value == b.value && a.integer == b.integer;
+  }
 };
 
 /// A dynamically typed value: what a host passes as event parameters, custom parameters and
@@ -108,9 +114,20 @@ class ORVANTA_API Value {
   Value(ValueMap map) : storage_(std::move(map)) {}        // NOLINT
   Value(BoxedNumber number) : storage_(number) {}          // NOLINT
 
-  /// A number as it arrives from an Objective-C or C caller (see `BoxedNumber`).
-  static Value boxed(double number) { return Value(BoxedNumber{number}); }
-  static Value boxed(bool flag) { return Value(BoxedNumber{flag ? 1.0 : 0.0}); }
+  /// A number as it arrives from an Objective-C or C caller (see `BoxedNumber`): a floating-point
+  /// number, a Boolean (boxed as 1 or 0) or an integer of any width, kept exactly.
+  static Value boxed(double number) { return Value(BoxedNumber{number, std::nullopt}); }
+  static Value boxed(bool flag) { return Value(BoxedNumber{flag ? 1.0 : 0.0, flag ? 1 : 0}); }
+  template <std::integral T>
+  requires(!std::same_as<T, bool>) static Value boxed(T number) {
+    if constexpr (std::is_unsigned_v<T> && sizeof(T) >= sizeof(std::int64_t)) {
+      if (number > static_cast<T>(std::numeric_limits<std::int64_t>::max())) {
+        return Value(BoxedNumber{static_cast<double>(number), std::nullopt});
+      }
+    }
+    const auto exact = static_cast<std::int64_t>(number);
+    return Value(BoxedNumber{static_cast<double>(exact), exact});
+  }
 
   Kind kind() const { return static_cast<Kind>(storage_.index()); }
   bool isNull() const { return kind() == Kind::null; }
@@ -123,10 +140,12 @@ class ORVANTA_API Value {
   std::optional<Date> date() const;
   const ValueArray* array() const;
   const ValueMap* map() const;
+  /// A boxed number's value as a double (rounded for a boxed integer beyond 2^53).
   std::optional<double> boxedNumber() const;
 
-  /// The value as a signed 64-bit integer where the kit's parameter rules see one: an integer,
-  /// or a boxed number that is exactly an integer in range. Floating point never qualifies.
+  /// The value as a signed 64-bit integer where the kit's parameter rules see one: an integer, a
+  /// boxed integer (exactly, whatever its size), or a boxed floating-point number that is exactly
+  /// an integer in range. Floating point never qualifies.
   std::optional<std::int64_t> exactInteger() const;
 
   friend ORVANTA_API bool operator==(const Value& a, const Value& b);

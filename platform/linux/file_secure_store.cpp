@@ -4,9 +4,11 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <utility>
 
+#include "core/os.hpp"
 #include "linux/file_utils.hpp"
 
 namespace orvanta::linux_platform {
@@ -110,17 +112,39 @@ std::optional<std::string> FileSecureStore::read(const std::string& account) {
   if (!name) {
     return std::nullopt;
   }
-  auto contents = readRegularFile(folder_ + "/" + *name, kHeaderSize + kMaxItemBytes);
-  if (!contents) {
+  const std::string path = folder_ + "/" + *name;
+  auto identity = os::fileIdentity(path);
+  if (!identity) {
+    std::lock_guard lock(mutex_);
+    items_.erase(account);
     return std::nullopt;
   }
-  return decodeItem(*contents);
+  std::lock_guard lock(mutex_);
+  Item& item = items_[account];
+  if (item.file.unchanged(path, *identity) != nullptr) {
+    return item.bytes;
+  }
+  const auto readAt = std::chrono::system_clock::now();
+  auto contents = readRegularFile(path, kHeaderSize + kMaxItemBytes);
+  if (!contents) {
+    items_.erase(account);
+    return std::nullopt;
+  }
+  if (item.file.contents() == nullptr || *item.file.contents() != *contents) {
+    item.bytes = decodeItem(*contents);
+  }
+  item.file.remember(path, *identity, std::move(*contents), readAt);
+  return item.bytes;
 }
 
 port::SecureStoreStatus FileSecureStore::add(const std::string& account, const std::string& bytes) {
   auto name = fileNameForAccount(account);
   if (!name || bytes.size() > kMaxItemBytes || !makeDirectories(folder_, 0700, true)) {
     return port::SecureStoreStatus::failure;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    items_.erase(account);
   }
   bool exists = false;
   if (!createFileAtomically(folder_, *name, encodeItem(bytes), exists)) {
@@ -133,6 +157,10 @@ port::SecureStoreStatus FileSecureStore::remove(const std::string& account) {
   auto name = fileNameForAccount(account);
   if (!name) {
     return port::SecureStoreStatus::itemNotFound;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    items_.erase(account);
   }
   std::string path = folder_ + "/" + *name;
   if (::unlink(path.c_str()) != 0) {

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+
+#include "core/file_snapshot.hpp"
 
 #include "orvanta/port/secure_store.hpp"
 
@@ -16,6 +20,10 @@ namespace orvanta::linux_platform {
 /// before the bytes, so a damaged file reads as no value instead of as wrong bytes. Writes are
 /// atomic and durable (temporary file, fsync, link/rename, fsync of the folder), so a reader never
 /// sees part of an item, even from another process. Thread-safe.
+///
+/// Every read sees the item as it is now. What is kept is the work: the last contents read of each
+/// item, reused while the file's identity is unchanged (`detail::FileSnapshot`), so that reading
+/// an unchanged item costs one `stat`.
 class FileSecureStore : public port::SecureStore {
  public:
   explicit FileSecureStore(std::string folder);
@@ -34,7 +42,14 @@ class FileSecureStore : public port::SecureStore {
   const std::string& folder() const { return folder_; }
 
  private:
+  struct Item {
+    detail::FileSnapshot file;
+    std::optional<std::string> bytes;  ///< decoded from `file`'s contents
+  };
+
   std::string folder_;
+  std::mutex mutex_;
+  std::map<std::string, Item, std::less<>> items_;  ///< guarded by mutex_
 };
 
 }  // namespace orvanta::linux_platform

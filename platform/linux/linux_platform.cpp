@@ -5,6 +5,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -136,10 +140,32 @@ ResolvedLocations resolveLocations(const LinuxPlatformOptions& options) {
   return resolved;
 }
 
-JsonPreferencesStore::Warning warningsToLogSink(std::shared_ptr<port::LogSink> sink,
-                                                std::shared_ptr<port::Clock> clock) {
-  return [sink = std::move(sink), clock = std::move(clock)](std::string_view message) {
-    sink->write(OrvantaLogger::formatLine(OrvantaLogger::LogLevel::warning, clock->now(), message));
+JsonPreferencesStore::Warning warningsToLogger() {
+  struct Said {
+    std::mutex mutex;
+    std::set<std::string, std::less<>> messages;
+  };
+  auto said = std::make_shared<Said>();
+  return [said](std::string_view message) {
+    // Asking whether logging is on reads the preferences, which may warn in turn (a damaged file
+    // is read once): that inner warning is dropped rather than asked about again.
+    thread_local bool asking = false;
+    if (asking) {
+      return;
+    }
+    asking = true;
+    const bool printing = OrvantaLogger::isPrinting(OrvantaLogger::LogLevel::warning);
+    asking = false;
+    if (!printing) {
+      return;
+    }
+    {
+      std::lock_guard lock(said->mutex);
+      if (!said->messages.emplace(message).second) {
+        return;
+      }
+    }
+    OrvantaLogger::warning(message);
   };
 }
 
@@ -157,8 +183,7 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
   fill(platform.secureStore,
        [&] { return std::make_shared<FileSecureStore>(locations.secureStoreDirectory); });
   fill(platform.preferences, [&] {
-    return std::make_shared<JsonPreferencesStore>(
-        locations.preferencesFile, warningsToLogSink(platform.logSink, platform.clock));
+    return std::make_shared<JsonPreferencesStore>(locations.preferencesFile, warningsToLogger());
   });
   fill(platform.bundle, [&] {
     return std::make_shared<FolderBundle>(

@@ -27,10 +27,9 @@ ResolvedLocations resolveLocations(const LinuxPlatformOptions& options);
 /// missing.
 bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options);
 
-/// Store warnings written straight to `sink` as warning lines. They bypass the logging switch
-/// (which lives in the preferences that may be the damaged file) and the logger itself, which reads
-/// the preferences.
-JsonPreferencesStore::Warning warningsToLogSink(std::shared_ptr<port::LogSink> sink,
-                                                std::shared_ptr<port::Clock> clock);
+/// Store warnings said through the kit's logger, as warning lines: like every line, only while
+/// logging is on, and each distinct warning once. A warning that comes while logging is off is not
+/// printed (a store that cannot be written says so again at its next write).
+JsonPreferencesStore::Warning warningsToLogger();
 
 }  // namespace orvanta::linux_platform

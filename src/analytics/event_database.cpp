@@ -2,8 +2,8 @@
 
 #include <filesystem>
 #include <string>
-#include <system_error>
 
+#include "core/os.hpp"
 #include "storage/documents_directory.hpp"
 
 namespace orvanta {
@@ -13,9 +13,9 @@ std::shared_ptr<EventDatabase> openEventDatabase(port::FileLocations& fileLocati
   std::string location;
   if (url) {
     location = *url;
-    // A fresh installation's data folder may not exist yet.
-    std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(location).parent_path(), ignored);
+    // A fresh installation's data folder may not exist yet; the kit makes it private, as the
+    // events it keeps carry the push token.
+    os::makeOwnerOnlyDirectories(std::filesystem::path(location).parent_path().string());
   }
   try {
     return std::make_shared<Database<OrvantaEvent>>(location);

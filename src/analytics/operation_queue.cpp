@@ -33,31 +33,39 @@ struct OperationQueue::State {
   std::unordered_map<const AsynchronousOperation*, std::shared_ptr<AsynchronousOperation>> running;
   std::uint64_t cancelGeneration = 0;
   bool stopping = false;
+  bool starterActive = false;  ///< a thread is in `startWhileRoom`
 
   bool busy() const { return waitingCount > 0 || starting > 0 || !running.empty(); }
   bool hasRoom() const { return starting + running.size() < maxConcurrent; }
+  bool canStart() const { return !stopping && !starterActive && waitingCount > 0 && hasRoom(); }
 
+  /// An operation has ended, on whatever thread ended it. Its place goes to the next operation at
+  /// once, started right here unless another thread is starting operations already: an ending
+  /// post starts the next one on the HTTP client's thread, with no hand-over to the starter.
   void finished(const AsynchronousOperation* operation) {
     std::shared_ptr<AsynchronousOperation> keep;  // released outside the lock
-    std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
     auto found = running.find(operation);
     if (found != running.end()) {
       keep = std::move(found->second);
       running.erase(found);
     }
-    wake.notify_one();
+    if (canStart()) {
+      startWhileRoom(lock);
+    }
     if (!busy()) {
       idle.notify_all();
     }
+    lock.unlock();
+    keep.reset();
   }
 
-  void run() {
-    std::unique_lock lock(mutex);
-    while (true) {
-      wake.wait(lock, [&] { return stopping || (waitingCount > 0 && hasRoom()); });
-      if (stopping) {
-        return;
-      }
+  /// Starts operations in the order they were added while there is room. One thread at a time
+  /// does this (`starterActive`), so starts keep their order; an operation ending meanwhile on
+  /// another thread leaves its place to this loop. Called and returns with `lock` held.
+  void startWhileRoom(std::unique_lock<std::mutex>& lock) {
+    starterActive = true;
+    while (!stopping && waitingCount > 0 && hasRoom()) {
       Entry& front = waiting.front();
       std::shared_ptr<AsynchronousOperation> operation;
       std::shared_ptr<Batch> batch;
@@ -98,9 +106,6 @@ struct OperationQueue::State {
       lock.lock();
       --starting;
       if (!operation) {
-        if (!busy()) {
-          idle.notify_all();
-        }
         continue;
       }
       if (generation != cancelGeneration) {
@@ -114,6 +119,22 @@ struct OperationQueue::State {
       }
       operation.reset();
       lock.lock();
+    }
+    starterActive = false;
+  }
+
+  /// The starter thread: starts what is added while nothing else is starting.
+  void run() {
+    std::unique_lock lock(mutex);
+    while (true) {
+      wake.wait(lock, [&] { return stopping || canStart(); });
+      if (stopping) {
+        return;
+      }
+      startWhileRoom(lock);
+      if (!busy()) {
+        idle.notify_all();
+      }
     }
   }
 
@@ -156,8 +177,8 @@ void OperationQueue::addOperation(std::shared_ptr<AsynchronousOperation> operati
   }
   state_->waiting.push_back({std::move(operation), nullptr});
   ++state_->waitingCount;
-  if (state_->hasRoom()) {
-    state_->wake.notify_one();  // otherwise the next operation to end wakes the starter
+  if (state_->canStart()) {
+    state_->wake.notify_one();  // otherwise the next operation to end starts it
   }
 }
 
@@ -174,7 +195,7 @@ void OperationQueue::addOperations(std::size_t count, Factory make) {
   }
   state_->waiting.push_back({nullptr, std::move(batch)});
   state_->waitingCount += count;
-  if (state_->hasRoom()) {
+  if (state_->canStart()) {
     state_->wake.notify_one();
   }
 }

@@ -1,5 +1,10 @@
 #include "analytics/orvanta_analytics_operations_handler.hpp"
 
+#include <chrono>
+#include <condition_variable>
+#include <optional>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -42,7 +47,117 @@ namespace {
 constexpr const char* kOperationQueueName =
     "com.tessamoor.orvantaAnalyticsOperationsHandler.operationQueue";
 
+/// How long the deleter waits for more deletions to share one transaction, and how many are
+/// enough not to wait.
+constexpr std::chrono::milliseconds kDeletionLinger{5};
+constexpr std::size_t kDeletionBatch = 256;
+
+/// Looks keys up by `std::string_view` without making a string.
+struct KeyHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
+};
+
 }  // namespace
+
+struct OrvantaAnalyticsOperationsHandler::Shared {
+  std::shared_ptr<EventDatabase> database;
+  /// The serial database section, entered synchronously by the caller. Taken before `mutex`.
+  std::mutex databaseQueue;
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  /// Rows whose post succeeded, waiting for the deleter (the packed rows, already in memory).
+  std::vector<EventDatabase::Row> waiting;
+  /// Keys of the rows whose post succeeded and whose deletion has not run yet (waiting or being
+  /// deleted): a flush leaves them out.
+  std::unordered_set<std::string, KeyHash, std::equal_to<>> delivered;
+  bool deleting = false;
+  bool stopping = false;
+  std::size_t idleWaiters = 0;  ///< callers of `waitUntilIdle`
+
+  /// A post of `event` succeeded (HTTP client's thread).
+  void deliveredRow(EventDatabase::Row row) {
+    std::lock_guard lock(mutex);
+    if (!delivered.emplace(row->primaryKey()).second) {
+      return;  // posted twice and already waiting
+    }
+    waiting.push_back(std::move(row));
+    if (waiting.size() == 1 || waiting.size() == kDeletionBatch) {
+      changed.notify_all();  // a turn to start, or one to stop waiting for more
+    }
+  }
+
+  /// The deleter: every turn deletes all that is waiting, in one transaction. A turn starts
+  /// when the first deletion arrives and waits a little for more (a commit costs as much as
+  /// many deletions), unless enough are waiting or someone waits for the handler to be idle.
+  /// After a stop it still deletes what was asked for, then ends.
+  void run() {
+    std::unique_lock lock(mutex);
+    while (true) {
+      changed.wait(lock, [&] { return stopping || !waiting.empty(); });
+      changed.wait_for(lock, kDeletionLinger, [&] {
+        return stopping || idleWaiters > 0 || waiting.size() >= kDeletionBatch;
+      });
+      if (waiting.empty()) {
+        return;
+      }
+      std::vector<EventDatabase::Row> batch;
+      batch.swap(waiting);
+      deleting = true;
+      lock.unlock();
+      deleteRows(batch);
+      lock.lock();
+      deleting = false;
+      changed.notify_all();
+    }
+  }
+
+  void deleteRows(const std::vector<EventDatabase::Row>& batch) {
+    std::vector<std::pair<const EventDatabase::Row*, Error>> failures;
+    {
+      std::lock_guard section(databaseQueue);
+      if (database) {
+        try {
+          database->inTransaction([&] {
+            for (const auto& row : batch) {
+              try {
+                database->deleteRow(row->primaryKey());
+              } catch (const Error& error) {
+                failures.emplace_back(&row, error);
+              }
+            }
+          });
+        } catch (const Error& error) {
+          failures.clear();  // not committed: none of them is deleted
+          for (const auto& row : batch) {
+            failures.emplace_back(&row, error);
+          }
+        }
+      }
+      // Still inside the section, so that a flush sees each row either gone or left out.
+      std::lock_guard lock(mutex);
+      for (const auto& row : batch) {
+        if (auto found = delivered.find(row->primaryKey()); found != delivered.end()) {
+          delivered.erase(found);
+        }
+      }
+    }
+    // A row whose deletion failed is posted again by a later flush.
+    for (const auto& [row, error] : failures) {
+      OrvantaLogger::verbose([&] {
+        std::string event;
+        try {
+          event = detail::describeEvent((*row)->record());
+        } catch (const Error&) {
+          event = "{\"uuidId\":\"" + std::string((*row)->primaryKey()) + "\"}";
+        }
+        return "Could not remove event - " + event + " from database\nerror - " +
+               error.localizedDescription();
+      });
+    }
+  }
+};
 
 std::shared_ptr<OrvantaAnalyticsOperationsHandler> OrvantaAnalyticsOperationsHandler::make(
     Dependencies dependencies) {
@@ -51,38 +166,69 @@ std::shared_ptr<OrvantaAnalyticsOperationsHandler> OrvantaAnalyticsOperationsHan
 
 OrvantaAnalyticsOperationsHandler::OrvantaAnalyticsOperationsHandler(Dependencies dependencies)
     : dependencies_(std::move(dependencies)),
-      operationQueue_(kOperationQueueName, kMaxConcurrentOperationCount) {}
+      shared_(std::make_shared<Shared>()),
+      operationQueue_(kOperationQueueName, kMaxConcurrentOperationCount) {
+  shared_->database = dependencies_.eventsDatabase;
+  deleter_ = OwnedThread("orvanta-database", [shared = shared_] { shared->run(); });
+}
+
+OrvantaAnalyticsOperationsHandler::~OrvantaAnalyticsOperationsHandler() {
+  {
+    std::lock_guard lock(shared_->mutex);
+    shared_->stopping = true;
+    shared_->changed.notify_all();
+  }
+  deleter_.join();
+}
 
 void OrvantaAnalyticsOperationsHandler::addEventToDatabase(
     std::shared_ptr<const OrvantaEvent> event) {
   if (!event) {
     return;
   }
-  std::lock_guard lock(databaseQueue_);
-  if (!dependencies_.eventsDatabase) {
-    return;
+  std::optional<Error> failure;
+  {
+    std::lock_guard section(shared_->databaseQueue);
+    if (!shared_->database) {
+      return;
+    }
+    try {
+      shared_->database->add(*event);
+    } catch (const Error& error) {
+      failure = error;
+    }
   }
-  try {
-    dependencies_.eventsDatabase->add(event);
-  } catch (const Error& error) {
+  if (failure) {
     OrvantaLogger::verbose([&] {
       return "Could not add Event - " + detail::describeEvent(*event) + " to database\nerror - " +
-             error.localizedDescription();
+             failure->localizedDescription();
     });
   }
 }
 
 void OrvantaAnalyticsOperationsHandler::postEventsFromDatabase() {
-  std::lock_guard lock(databaseQueue_);
-  if (!dependencies_.eventsDatabase) {
-    return;
-  }
   std::vector<EventDatabase::Row> rows;
-  try {
-    rows = dependencies_.eventsDatabase->allRows();
-  } catch (const Error& error) {
+  std::optional<Error> failure;
+  {
+    std::lock_guard section(shared_->databaseQueue);
+    if (!shared_->database) {
+      return;
+    }
+    try {
+      rows = shared_->database->allRows();
+    } catch (const Error& error) {
+      failure = error;
+    }
+    std::lock_guard lock(shared_->mutex);
+    if (!shared_->delivered.empty()) {
+      std::erase_if(rows, [&](const EventDatabase::Row& row) {
+        return shared_->delivered.find(row->primaryKey()) != shared_->delivered.end();
+      });
+    }
+  }
+  if (failure) {
     OrvantaLogger::verbose("Unable to fetch all events from database - " +
-                           error.localizedDescription());
+                           failure->localizedDescription());
     return;
   }
   if (rows.empty()) {
@@ -106,13 +252,30 @@ void OrvantaAnalyticsOperationsHandler::cancelAllOperations() {
   operationQueue_.cancelAllOperations();
 }
 
+void OrvantaAnalyticsOperationsHandler::waitUntilIdle() {
+  // A post hands its deletion over before it finishes, so once no post is left every deletion
+  // has been asked for.
+  operationQueue_.waitUntilAllOperationsAreFinished();
+  waitForDeletions();
+}
+
+void OrvantaAnalyticsOperationsHandler::waitForDeletions() {
+  std::unique_lock lock(shared_->mutex);
+  ++shared_->idleWaiters;
+  shared_->changed.notify_all();
+  shared_->changed.wait(lock, [&] { return shared_->waiting.empty() && !shared_->deleting; });
+  --shared_->idleWaiters;
+}
+
 std::shared_ptr<AsynchronousOperation> OrvantaAnalyticsOperationsHandler::postEvent(
-    std::shared_ptr<const OrvantaEvent> event) {
+    const EventDatabase::Row& row) {
+  // Rows are kept packed; the event is read back only for its own post.
+  auto event = std::make_shared<const OrvantaEvent>(row->record());
   std::shared_ptr<EventsServiceProtocol> service = dependencies_.makeEventsService();
   auto operation = std::make_shared<OrvantaAnalyticsEventPostOperation>(
       OrvantaAnalyticsEventPostOperation::OperationDependencies{event, std::move(service)});
   std::weak_ptr<OrvantaAnalyticsOperationsHandler> weak = weak_from_this();
-  operation->output.operationFinishedWithSuccess = [weak, event](bool success) {
+  operation->output.operationFinishedWithSuccess = [weak, event, row](bool success) {
     // Messages are built only when they are printed: a drain of thousands of events must not
     // pay for text nobody reads.
     if (success) {
@@ -125,7 +288,7 @@ std::shared_ptr<AsynchronousOperation> OrvantaAnalyticsOperationsHandler::postEv
                ", parameters: " + detail::describeParameters(*event);
       });
       if (auto self = weak.lock()) {
-        self->removeEventFromDatabaseOperation(*event);
+        self->shared_->deliveredRow(row);
       }
     } else {
       OrvantaLogger::error(
@@ -133,22 +296,6 @@ std::shared_ptr<AsynchronousOperation> OrvantaAnalyticsOperationsHandler::postEv
     }
   };
   return operation;
-}
-
-void OrvantaAnalyticsOperationsHandler::removeEventFromDatabaseOperation(
-    const OrvantaEvent& event) {
-  std::lock_guard lock(databaseQueue_);
-  if (!dependencies_.eventsDatabase) {
-    return;
-  }
-  try {
-    dependencies_.eventsDatabase->deleteRow(event);
-  } catch (const Error& error) {
-    OrvantaLogger::verbose([&] {
-      return "Could not remove event - " + detail::describeEvent(event) +
-             " from database\nerror - " + error.localizedDescription();
-    });
-  }
 }
 
 }  // namespace orvanta

@@ -7,6 +7,7 @@
 
 #include "analytics/event_database.hpp"
 #include "analytics/operation_queue.hpp"
+#include "core/owned_thread.hpp"
 #include "models/orvanta_event.hpp"
 #include "networking/events_service.hpp"
 
@@ -30,10 +31,15 @@ class OrvantaAnalyticsOperationsHandlerProtocol {
 /// Every flush makes one post per stored row, even for rows whose post from an earlier flush is
 /// still in flight: the service may receive an event more than once, never less than once.
 ///
-/// Database work is serialised by one mutex and done on the caller's thread; posts start on the
-/// operation queue's thread and end on the HTTP client's thread, where the successful ones delete
-/// their row. Always owned by a `std::shared_ptr` (`make`): posts hold the handler weakly and do
-/// nothing once it is gone. Every member may be called from any thread.
+/// Database work is serialised by one mutex (the serial database queue): the insert and the fetch
+/// are done on the caller's thread; the deletions run on the handler's own thread
+/// ("orvanta-database"), which takes every row whose post has succeeded since its last turn and
+/// deletes them in one transaction. A row whose post succeeded counts as deleted from then on: a
+/// flush before its deletion has run does not post it again. Posts start on the operation queue's
+/// thread, or on the HTTP client's thread where the previous post ended. Always owned by a
+/// `std::shared_ptr` (`make`): posts hold the handler weakly and do nothing once it is gone; the
+/// handler's end waits for the deletions already asked for. Every member may be called from any
+/// thread.
 class OrvantaAnalyticsOperationsHandler
     : public OrvantaAnalyticsOperationsHandlerProtocol,
       public std::enable_shared_from_this<OrvantaAnalyticsOperationsHandler> {
@@ -52,21 +58,31 @@ class OrvantaAnalyticsOperationsHandler
 
   /// Prefer `make`.
   explicit OrvantaAnalyticsOperationsHandler(Dependencies dependencies);
+  /// Runs the deletions already asked for, then stops the handler's thread.
+  ~OrvantaAnalyticsOperationsHandler() override;
 
   void addEventToDatabase(std::shared_ptr<const OrvantaEvent> event) override;
   void postEventsFromDatabase() override;
   void cancelAllOperations() override;
 
+  /// Blocks until no post is waiting or running and every deletion they asked for has run. For
+  /// tests and tools; not from a post's own thread.
+  void waitUntilIdle();
+  /// Blocks until every deletion asked for so far (by posts that have ended) has run.
+  void waitForDeletions();
+
   OperationQueue& operationQueue() { return operationQueue_; }
 
+  /// The handler's state that its thread shares.
+  struct Shared;
+
  private:
-  std::shared_ptr<AsynchronousOperation> postEvent(std::shared_ptr<const OrvantaEvent> event);
-  void removeEventFromDatabaseOperation(const OrvantaEvent& event);
+  std::shared_ptr<AsynchronousOperation> postEvent(const EventDatabase::Row& row);
 
   Dependencies dependencies_;
-  /// The serial database section, entered synchronously by the caller.
-  std::mutex databaseQueue_;
+  std::shared_ptr<Shared> shared_;
   OperationQueue operationQueue_;
+  OwnedThread deleter_;
 };
 
 namespace detail {

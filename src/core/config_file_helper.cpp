@@ -2,6 +2,7 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -41,19 +42,11 @@ std::optional<std::string> readFile(const std::string& path) {
   return contents;
 }
 
-// The top-level dictionary of the host's configuration file, parsed afresh; none when the file is
-// missing, unreadable, not a property list or not a dictionary.
-PlistPtr configFileDictonary(port::Bundle& bundle) {
-  auto path = bundle.pathForResource("OrvantaConfig", "plist");
-  if (!path) {
-    return nullptr;
-  }
-  auto contents = readFile(*path);
-  if (!contents) {
-    return nullptr;
-  }
+// The top-level dictionary of a configuration file's contents; none when they are not a property
+// list or not a dictionary.
+PlistPtr configFileDictonary(const std::string& contents) {
   plist_t root = nullptr;
-  plist_from_memory(contents->data(), static_cast<std::uint32_t>(contents->size()), &root);
+  plist_from_memory(contents.data(), static_cast<std::uint32_t>(contents.size()), &root);
   PlistPtr dictionary(root);
   if (!dictionary || plist_get_node_type(root) != PLIST_DICT) {
     return nullptr;
@@ -61,17 +54,12 @@ PlistPtr configFileDictonary(port::Bundle& bundle) {
   return dictionary;
 }
 
-}  // namespace
-
-OrvantaConfigFileHelper::OrvantaConfigFileHelper(std::shared_ptr<port::Bundle> bundle)
-    : bundle_(std::move(bundle)) {}
-
-std::string OrvantaConfigFileHelper::stringValue(const char* key) const {
-  PlistPtr dictionary = bundle_ ? configFileDictonary(*bundle_) : nullptr;
+std::string stringEntry(const PlistPtr& dictionary, std::string_view key) {
   if (!dictionary) {
     return {};
   }
-  plist_t item = plist_dict_get_item(static_cast<plist_t>(dictionary.get()), key);
+  plist_t item =
+      plist_dict_get_item(static_cast<plist_t>(dictionary.get()), std::string(key).c_str());
   if (item == nullptr || plist_get_node_type(item) != PLIST_STRING) {
     return {};
   }
@@ -83,20 +71,60 @@ std::string OrvantaConfigFileHelper::stringValue(const char* key) const {
   return std::string(text, static_cast<std::size_t>(length));
 }
 
+}  // namespace
+
+OrvantaConfigFileHelper::OrvantaConfigFileHelper(std::shared_ptr<port::Bundle> bundle,
+                                                 std::chrono::nanoseconds settleTime)
+    : bundle_(std::move(bundle)), file_(settleTime) {}
+
+std::string OrvantaConfigFileHelper::stringValue(Key key) const {
+  if (!bundle_) {
+    return {};
+  }
+  auto path = bundle_->pathForResource("OrvantaConfig", "plist");
+  if (!path) {
+    return {};
+  }
+  auto identity = os::fileIdentity(*path);
+  if (!identity) {
+    return {};
+  }
+  std::lock_guard lock(mutex_);
+  if (file_.unchanged(*path, *identity) != nullptr) {
+    return values_[key];
+  }
+  // Taken before the read: a change after it gets a later time stamp.
+  const auto readAt = std::chrono::system_clock::now();
+  auto contents = readFile(*path);
+  if (!contents) {
+    file_.forget();
+    return {};
+  }
+  if (file_.contents() == nullptr || *file_.contents() != *contents) {
+    PlistPtr dictionary = configFileDictonary(*contents);
+    values_[kToken] = stringEntry(dictionary, Constants::ConfigFileKeys::token);
+    values_[kSecret] = stringEntry(dictionary, Constants::ConfigFileKeys::secret);
+    values_[kAppId] = stringEntry(dictionary, Constants::ConfigFileKeys::appId);
+    values_[kEventsToken] = stringEntry(dictionary, Constants::ConfigFileKeys::eventsToken);
+  }
+  file_.remember(*path, *identity, std::move(*contents), readAt);
+  return values_[key];
+}
+
 std::string OrvantaConfigFileHelper::token() const {
-  return stringValue(Constants::ConfigFileKeys::token.data());
+  return stringValue(kToken);
 }
 
 std::string OrvantaConfigFileHelper::secret() const {
-  return stringValue(Constants::ConfigFileKeys::secret.data());
+  return stringValue(kSecret);
 }
 
 std::string OrvantaConfigFileHelper::appId() const {
-  return stringValue(Constants::ConfigFileKeys::appId.data());
+  return stringValue(kAppId);
 }
 
 std::string OrvantaConfigFileHelper::eventsToken() const {
-  return stringValue(Constants::ConfigFileKeys::eventsToken.data());
+  return stringValue(kEventsToken);
 }
 
 }  // namespace orvanta

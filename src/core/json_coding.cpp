@@ -1,7 +1,9 @@
 #include "core/json_coding.hpp"
 
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <system_error>
 
 namespace orvanta::detail {
 namespace {
@@ -38,53 +40,6 @@ Error DecodingFailure::toError() const {
   }
   return Error(Error::Domain::decoding, kReadCorruptCode,
                "The data couldn\u2019t be read because it isn\u2019t in the correct format.");
-}
-
-bool isValidUtf8(std::string_view text) {
-  std::size_t i = 0;
-  const std::size_t n = text.size();
-  while (i < n) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t length = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;  // allowed range of the first continuation byte
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      length = 3;
-      if (lead == 0xE0) {
-        low = 0xA0;  // no overlong forms
-      } else if (lead == 0xED) {
-        high = 0x9F;  // no surrogates
-      }
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      length = 4;
-      if (lead == 0xF0) {
-        low = 0x90;
-      } else if (lead == 0xF4) {
-        high = 0x8F;  // nothing past U+10FFFF
-      }
-    } else {
-      return false;
-    }
-    if (n - i < length) {
-      return false;
-    }
-    for (std::size_t k = 1; k < length; ++k) {
-      const auto byte = static_cast<unsigned char>(text[i + k]);
-      const unsigned char lo = k == 1 ? low : 0x80;
-      const unsigned char hi = k == 1 ? high : 0xBF;
-      if (byte < lo || byte > hi) {
-        return false;
-      }
-    }
-    i += length;
-  }
-  return true;
 }
 
 bool nestingWithin(std::string_view text, std::size_t limit) {
@@ -221,6 +176,89 @@ std::optional<std::string> optionalString(const Json& object, const char* key) {
     return stringFrom(*member, key);
   }
   return std::nullopt;
+}
+
+std::size_t jsonNumberLength(std::string_view text) {
+  std::size_t i = 0;
+  const auto digit = [&](std::size_t at) {
+    return at < text.size() && text[at] >= '0' && text[at] <= '9';
+  };
+  if (i < text.size() && text[i] == '-') {
+    ++i;
+  }
+  if (!digit(i)) {
+    return 0;
+  }
+  if (text[i] == '0') {
+    ++i;
+  } else {
+    while (digit(i)) {
+      ++i;
+    }
+  }
+  if (i < text.size() && text[i] == '.') {
+    ++i;
+    if (!digit(i)) {
+      return 0;
+    }
+    while (digit(i)) {
+      ++i;
+    }
+  }
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    ++i;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
+      ++i;
+    }
+    if (!digit(i)) {
+      return 0;
+    }
+    while (digit(i)) {
+      ++i;
+    }
+  }
+  return i;
+}
+
+std::size_t plainStringLength(std::string_view text) {
+  if (text.empty() || text.front() != '"') {
+    return 0;
+  }
+  for (std::size_t i = 1; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c == '"') {
+      return i + 1;
+    }
+    if (c == '\\' || c < 0x20) {
+      return 0;
+    }
+  }
+  return 0;
+}
+
+std::optional<std::int64_t> integerFromJsonNumber(std::string_view text) {
+  std::int64_t value = 0;
+  if (text.empty() || jsonNumberLength(text) != text.size()) {
+    return std::nullopt;
+  }
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result.ec != std::errc() || result.ptr != text.data() + text.size()) {
+    return std::nullopt;  // a fraction, an exponent or out of range
+  }
+  return value;
+}
+
+std::optional<double> doubleFromJsonNumber(std::string_view text) {
+  double value = 0.0;
+  if (text.empty() || jsonNumberLength(text) != text.size()) {
+    return std::nullopt;
+  }
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result.ec != std::errc() || result.ptr != text.data() + text.size() ||
+      !std::isfinite(value)) {
+    return std::nullopt;
+  }
+  return value;
 }
 
 OrderedJson encodeDouble(double value) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/utf8.hpp"
 #include "orvanta/error.hpp"
 #include "orvanta/value.hpp"
 
@@ -47,8 +48,7 @@ class EncodingFailure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// True when `text` is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
-bool isValidUtf8(std::string_view text);
+using orvanta::isValidUtf8;
 
 /// True when no array or object in `text` nests deeper than `limit`. Linear, allocation free;
 /// strings (and brackets inside them) are skipped.
@@ -84,6 +84,83 @@ std::map<std::string, T> mapFrom(const Json& value, std::string_view context, El
   }
   return result;
 }
+
+/// One scalar of a flat object read by `readFlatObject`: its kind and its text as written (a
+/// string without its quotes).
+struct FlatScalar {
+  enum class Kind { string, number, boolean };
+  Kind kind;
+  std::string_view text;
+};
+
+/// Length of the JSON number at the start of `text` (sign, integer part without leading zeros,
+/// fraction, exponent), or 0 when there is none.
+std::size_t jsonNumberLength(std::string_view text);
+/// Length of the string literal at the start of `text` (quotes included) when it holds no escape
+/// and no control character; 0 otherwise.
+std::size_t plainStringLength(std::string_view text);
+
+/// Reads the members of a JSON object whose values are all strings, numbers or Booleans, in the
+/// compact form the kit writes (`{"a":"x","b":2,"c":true}`: no blanks, no escapes, no nulls),
+/// calling `member(key, scalar)` for each in order; `member` returns false to give up. False when
+/// the text is not in that form or `member` gave up: the caller then reads it with the JSON
+/// library, which also reports what is wrong. Numbers follow the JSON grammar; strings and keys
+/// must be UTF-8 already (they are not checked again here).
+template <class Member>
+bool readFlatObject(std::string_view text, Member&& member) {
+  if (text.size() < 2 || text.front() != '{' || text.back() != '}') {
+    return false;
+  }
+  std::string_view rest = text.substr(1, text.size() - 2);
+  if (rest.empty()) {
+    return true;
+  }
+  while (true) {
+    const std::size_t keyLength = plainStringLength(rest);
+    if (keyLength == 0 || keyLength >= rest.size() || rest[keyLength] != ':') {
+      return false;
+    }
+    const std::string_view key = rest.substr(1, keyLength - 2);
+    rest = rest.substr(keyLength + 1);
+    FlatScalar scalar{FlatScalar::Kind::number, {}};
+    std::size_t length = 0;
+    if (rest.starts_with('"')) {
+      length = plainStringLength(rest);
+      if (length == 0) {
+        return false;
+      }
+      scalar = {FlatScalar::Kind::string, rest.substr(1, length - 2)};
+    } else if (rest.starts_with("true")) {
+      length = 4;
+      scalar = {FlatScalar::Kind::boolean, rest.substr(0, 4)};
+    } else if (rest.starts_with("false")) {
+      length = 5;
+      scalar = {FlatScalar::Kind::boolean, rest.substr(0, 5)};
+    } else {
+      length = jsonNumberLength(rest);
+      if (length == 0) {
+        return false;
+      }
+      scalar = {FlatScalar::Kind::number, rest.substr(0, length)};
+    }
+    if (!member(key, static_cast<const FlatScalar&>(scalar))) {
+      return false;
+    }
+    rest = rest.substr(length);
+    if (rest.empty()) {
+      return true;
+    }
+    if (rest.front() != ',') {
+      return false;
+    }
+    rest = rest.substr(1);
+  }
+}
+
+/// A JSON number's text as a 64-bit integer, when it is written as one in range ("-12", not "2.0").
+std::optional<std::int64_t> integerFromJsonNumber(std::string_view text);
+/// A JSON number's text as a finite double, as the JSON library reads it.
+std::optional<double> doubleFromJsonNumber(std::string_view text);
 
 // Writing. Dates become seconds since the reference date; non-finite numbers throw
 // `EncodingFailure`.

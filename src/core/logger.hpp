@@ -90,6 +90,11 @@ class OrvantaLogger {
     log(LogLevel::info, message, location);
   }
   template <class M>
+  static void warning(const M& message,
+                      detail::SourceLocation location = detail::SourceLocation::current()) {
+    log(LogLevel::warning, message, location);
+  }
+  template <class M>
   static void error(const M& message,
                     detail::SourceLocation location = detail::SourceLocation::current()) {
     log(LogLevel::error, message, location);
@@ -115,6 +120,9 @@ class OrvantaLogger {
       static_assert(detail::kAlwaysFalse<M>, "the logger cannot print this type");
     }
   }
+
+  /// True when a line of `level` would be printed now (logging is on and a sink is bound).
+  static bool isPrinting(LogLevel level) { return printingOutput(level) != nullptr; }
 
   /// The date as the log line shows it, in the local time zone.
   static std::string formatDate(std::chrono::system_clock::time_point time);

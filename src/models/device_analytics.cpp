@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/json_coding.hpp"
+#include "core/utf8.hpp"
 
 namespace orvanta {
 namespace {
@@ -39,11 +40,17 @@ namespace orvanta::Constants {
 
 DeviceAnalytics DeviceAnalytics::from(port::DeviceInfo& deviceInfo) {
   DeviceAnalytics analytics;
-  analytics.phoneModel = modelIdentifier(deviceInfo);
-  analytics.systemVersion = deviceInfo.systemVersion();
-  analytics.systemName = deviceInfo.systemName();
+  // What the system reports is outside text like any other: repaired as it enters.
+  analytics.phoneModel = repairedUtf8(modelIdentifier(deviceInfo));
+  analytics.systemVersion = repairedUtf8(deviceInfo.systemVersion());
+  analytics.systemName = repairedUtf8(deviceInfo.systemName());
   analytics.vendorId = deviceInfo.vendorId();
   analytics.language = deviceInfo.languageCode();
+  for (auto* text : {&analytics.vendorId, &analytics.language}) {
+    if (*text) {
+      repairUtf8(**text);
+    }
+  }
   return analytics;
 }
 

@@ -1,6 +1,7 @@
 #include "models/orvanta_device.hpp"
 
 #include "core/json_coding.hpp"
+#include "core/utf8.hpp"
 
 namespace orvanta {
 
@@ -8,7 +9,7 @@ OrvantaDevice::OrvantaDevice(std::string installationId, std::string platformTyp
                              std::string applicationId, Constants::DeviceAnalytics device)
     : deviceUUID(std::move(installationId)),
       type(std::move(platformType)),
-      appId(std::move(applicationId)),
+      appId(repairedUtf8(applicationId)),
       mobileAgent{std::move(device)} {}
 
 nlohmann::ordered_json OrvantaDevice::toJson() const {

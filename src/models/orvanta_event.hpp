@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "core/result.hpp"
 #include "orvanta/value.hpp"
+#include "storage/row_values.hpp"
 #include "storage/table_builder.hpp"
 
 namespace orvanta {
@@ -31,7 +33,8 @@ struct OrvantaEvent {
   /// An empty record (what decoding starts from).
   OrvantaEvent() = default;
   /// A new event with a fresh `uuidId`; `pushId` joins `deviceToken` and `appId`, the application
-  /// identifier of the host's configuration; `parameters` are sorted as by `setParameters`.
+  /// identifier of the host's configuration; `parameters` are sorted as by `setParameters`. The
+  /// name, the token and the identifier are host text, repaired as it enters (`repairedUtf8`).
   OrvantaEvent(const std::string& deviceToken, const std::string& appId, std::string name,
                double createdAt, const ValueMap& parameters);
 
@@ -39,7 +42,8 @@ struct OrvantaEvent {
   ValueMap parameters() const;
   /// Sorts each entry into one typed map, trying integer (an integer, or a boxed number that is
   /// exactly one), then string, Boolean and date; anything else (floating point, a boxed
-  /// fraction, arrays, maps, null) is dropped. Adds to the maps; removes nothing.
+  /// fraction, arrays, maps, null, a date that is not finite) is dropped. Keys and strings are
+  /// repaired as they enter. Adds to the maps; removes nothing.
   void setParameters(const ValueMap& parameters);
 
   /// Throws `detail::EncodingFailure` for a non-finite time or date.
@@ -48,6 +52,20 @@ struct OrvantaEvent {
   static OrvantaEvent fromJson(const nlohmann::json& json);
   /// A decoding error (`Error::Domain::decoding`) when `json` is not an event.
   static Result<OrvantaEvent> decode(std::string_view json);
+
+  /// Appends the body of the events request: the JSON form less "uuidId", pretty-printed (two
+  /// spaces), byte for byte as `toJson()` without "uuidId" dumps with an indent of 2. Throws
+  /// `detail::EncodingFailure` as `toJson`.
+  void writeBody(std::string& out) const;
+
+  /// The row, written directly: the eight columns in order, the maps as compact JSON text.
+  /// Throws `detail::EncodingFailure` as `toJson`.
+  detail::RowValues toRow() const;
+  /// The row read back directly; none when it is not in the form `writeColumns` writes (the
+  /// database then reads it through `fromJson`, which reports what is wrong).
+  static std::optional<OrvantaEvent> readColumns(const detail::RowValues& row);
+  /// Whether `readColumns` would read the row, without making anything.
+  static bool canReadColumns(const detail::RowValues& row);
 
   /// Declares the columns of the table "orvantaevent".
   static void create(TableBuilder& builder);

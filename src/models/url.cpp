@@ -6,11 +6,7 @@
 namespace orvanta {
 
 std::optional<Url> Url::parse(std::string_view text) {
-  auto components = parseUriReference(text);
-  if (!components || !components->scheme || !components->authority) {
-    return std::nullopt;
-  }
-  if (components->host.empty() && !equalsIgnoringAsciiCase(*components->scheme, "file")) {
+  if (text.empty() || !parseUriReference(text)) {
     return std::nullopt;
   }
   return Url(std::string(text));

@@ -6,20 +6,22 @@
 
 namespace orvanta {
 
-/// An absolute URL that the kit's URL parser accepted, kept as the text it was given.
+/// A URL from a payload, as RFC 3986 defines a URI reference, kept as the text it was given.
 ///
-/// Any scheme is allowed, so that deep links such as "myapp://open/item?id=1" pass next to
-/// "https://..." and "file:///..." URLs: the text must follow the generic URI syntax and have a
-/// scheme followed by "//" and an authority (a host, except for "file"). It rejects the empty
-/// string, relative references ("/a", "www.example.com"), schemes without an authority
-/// ("mailto:x@y", "tel:123"), spaces and control characters. docs/records.md lists the rules.
+/// Anything the generic syntax accepts passes: absolute URLs of any scheme, with an authority
+/// ("https://...", "myapp://open/item?id=1", "file:///...") or without ("tel:+15551234567",
+/// "mailto:a@b.c", "sms:123", "myapp:open/item/7"), and relative references ("/a", "item/7",
+/// "?q", "#f"). It rejects the empty string and text the syntax forbids: blanks, control
+/// characters, bytes beyond ASCII, broken percent escapes or IP literals, a first path segment
+/// holding ":" without a valid scheme before it. Whether a URL can be opened is the opener's
+/// business. docs/records.md lists the rules.
 class Url {
  public:
   static std::optional<Url> parse(std::string_view text);
 
   /// The text as given to `parse`.
   const std::string& string() const { return text_; }
-  /// The scheme in lower case ("https", "myapp").
+  /// The scheme in lower case ("https", "myapp", "tel"); empty for a relative reference.
   std::string scheme() const;
 
   friend bool operator==(const Url& a, const Url& b) { return a.text_ == b.text_; }

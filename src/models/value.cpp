@@ -75,6 +75,9 @@ std::optional<std::int64_t> Value::exactInteger() const {
   if (auto v = integer()) {
     return v;
   }
+  if (const auto* box = std::get_if<BoxedNumber>(&storage_); box != nullptr && box->integer) {
+    return box->integer;
+  }
   auto boxed = boxedNumber();
   if (!boxed || !std::isfinite(*boxed) || std::trunc(*boxed) != *boxed) {
     return std::nullopt;

@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "core/logger.hpp"
+#include "core/utf8.hpp"
 #include "models/json.hpp"
+#include "networking/networking_error.hpp"
 #include "storage/device_uuid_provider.hpp"
 
 namespace orvanta {
@@ -32,9 +34,25 @@ void AuthData::setDevice(const OrvantaDevice& device) {
 
 OrvantaDevice AuthData::checkIfCurrentVersionAndUpdateModelIfNeeded() const {
   if (auto stored = dependencies_.keychain->get<Bytes>(kDeviceModelKey)) {
-    auto decoded = OrvantaDevice::decode(stringFromBytes(*stored));
-    if (decoded.isSuccess()) {
-      OrvantaDevice record = std::move(decoded).value();
+    std::string bytes = stringFromBytes(*stored);
+    std::optional<OrvantaDevice> known;
+    {
+      std::lock_guard lock(decodedMutex_);
+      if (decoded_ && decodedBytes_ == bytes) {
+        known = decoded_;
+      }
+    }
+    if (!known) {
+      auto decoded = OrvantaDevice::decode(bytes);
+      if (decoded.isSuccess()) {
+        known = std::move(decoded).value();
+        std::lock_guard lock(decodedMutex_);
+        decodedBytes_ = std::move(bytes);
+        decoded_ = known;
+      }
+    }
+    if (known) {
+      OrvantaDevice record = std::move(*known);
       if (record.type == "ios") {
         // Earlier versions stored the type in lower case.
         record.type = "IOS";
@@ -51,6 +69,8 @@ OrvantaDevice AuthData::checkIfCurrentVersionAndUpdateModelIfNeeded() const {
 void AuthData::writeDevice(const OrvantaDevice& device) const {
   auto text = jsonText(device);
   if (!text) {
+    // Host text is repaired where it enters, so this is a record built some other way.
+    OrvantaLogger::error(makeError(NetworkingError::encodingFailed));
     return;
   }
   try {
@@ -65,23 +85,36 @@ void AuthData::storeDeviceTokenAndRegister(const std::string& token) {
     std::lock_guard lock(recordMutex_);
     record = device();
     record.oldDeviceToken = record.deviceToken;
-    record.deviceToken = token;
+    record.deviceToken = repairedUtf8(token);
     setDevice(record);
   }
   registerDevice(record, kRegisteredMessage);
 }
 
 void AuthData::registerDevice(const OrvantaDevice& record, const std::string& successMessage) {
-  std::uint64_t generation = 0;
   {
     std::lock_guard lock(retryMutex_);
     if (tryAgainWorkItem_) {
       tryAgainWorkItem_->cancel();
       tryAgainWorkItem_.reset();
     }
-    generation = ++generation_;
   }
-  attempt(record, successMessage, generation);
+  std::weak_ptr<AuthData> weakSelf = weak_from_this();
+  CompletionHandler<Void> handler;
+  handler.onNext = [successMessage] { OrvantaLogger::info(successMessage); };
+  // The answer is handled as usual even when a newer registration began meanwhile: its failure
+  // schedules a retry of this record, in place of any retry pending by then.
+  handler.onError = [weakSelf, record, successMessage](const Error& error) {
+    OrvantaLogger::error(error);
+    if (auto self = weakSelf.lock()) {
+      self->prepareTimer([weakSelf, record, successMessage] {
+        if (auto owner = weakSelf.lock()) {
+          owner->registerDevice(record, successMessage);
+        }
+      });
+    }
+  };
+  dependencies_.devicesService->registerDevice(record, std::move(handler));
 }
 
 bool AuthData::hasPendingRetry() const {
@@ -89,52 +122,17 @@ bool AuthData::hasPendingRetry() const {
   return tryAgainWorkItem_ != nullptr;
 }
 
-void AuthData::attempt(const OrvantaDevice& record, const std::string& successMessage,
-                       std::uint64_t generation) {
-  std::weak_ptr<AuthData> weakSelf = weak_from_this();
-  CompletionHandler<Void> handler;
-  handler.onNext = [successMessage] { OrvantaLogger::info(successMessage); };
-  handler.onError = [weakSelf, record, successMessage, generation](const Error& error) {
-    OrvantaLogger::error(error);
-    if (auto self = weakSelf.lock()) {
-      self->prepareTimer(
-          [weakSelf, record, successMessage, generation] {
-            if (auto owner = weakSelf.lock()) {
-              owner->retry(record, successMessage, generation);
-            }
-          },
-          generation);
-    }
-  };
-  dependencies_.devicesService->registerDevice(record, std::move(handler));
-}
-
-void AuthData::prepareTimer(std::function<void()> action, std::uint64_t generation) {
+void AuthData::prepareTimer(std::function<void()> action) {
   auto& queue = dependencies_.mainQueue;
   if (!queue) {
     return;
   }
   std::lock_guard lock(retryMutex_);
-  if (generation != generation_) {
-    return;  // a newer registration took over
-  }
   if (tryAgainWorkItem_) {
     tryAgainWorkItem_->cancel();
     tryAgainWorkItem_.reset();
   }
   tryAgainWorkItem_ = queue->asyncAfter(kRetryDelay, std::move(action));
-}
-
-void AuthData::retry(const OrvantaDevice& record, const std::string& successMessage,
-                     std::uint64_t generation) {
-  {
-    std::lock_guard lock(retryMutex_);
-    if (generation != generation_) {
-      return;
-    }
-    tryAgainWorkItem_.reset();
-  }
-  attempt(record, successMessage, generation);
 }
 
 }  // namespace orvanta

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "core/config_file_helper.hpp"
@@ -61,17 +62,20 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
   /// decodable is stored, a fresh record for the installation identifier ("uuid", created when
   /// missing) with the type "IOS" is returned, without storing it.
   virtual OrvantaDevice device() const;
-  /// Stores the record in the key store; a failure is dropped.
+  /// Stores the record in the key store. A record that cannot be written as JSON is not stored and
+  /// says so in one error line; a key-store failure is dropped.
   virtual void setDevice(const OrvantaDevice& device);
 
-  /// Puts `token` in the device record, with the previous token as `oldDeviceToken`, stores the
-  /// record and registers it ("Successfully registered deviceToken" on success).
+  /// Puts `token` (repaired as host text) in the device record, with the previous token as
+  /// `oldDeviceToken`, stores the record and registers it ("Successfully registered deviceToken"
+  /// on success).
   void storeDeviceTokenAndRegister(const std::string& token);
 
   /// Cancels any pending retry and registers `record`. Success logs `successMessage` at info level;
   /// failure logs the error and schedules the same registration 60 seconds later on the main
-  /// queue, again and again until one succeeds. A later call supersedes this one: its retries are
-  /// dropped, and an answer still in flight for it no longer schedules any.
+  /// queue (replacing any retry pending by then), again and again until one succeeds. A later call
+  /// cancels the retry pending at that moment, but not a request already in flight: its answer is
+  /// handled as usual, so its failure may still schedule a retry of the older record.
   void registerDevice(const OrvantaDevice& record, const std::string& successMessage);
 
   /// True while a retry is waiting on the main queue.
@@ -86,18 +90,18 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
  private:
   OrvantaDevice checkIfCurrentVersionAndUpdateModelIfNeeded() const;
   void writeDevice(const OrvantaDevice& device) const;
-  /// Sends `record` on behalf of registration number `generation`.
-  void attempt(const OrvantaDevice& record, const std::string& successMessage,
-               std::uint64_t generation);
-  /// Schedules `action` 60 seconds ahead, unless a newer registration than `generation` began.
-  void prepareTimer(std::function<void()> action, std::uint64_t generation);
-  void retry(const OrvantaDevice& record, const std::string& successMessage,
-             std::uint64_t generation);
+  /// Schedules `action` 60 seconds ahead, in place of any pending retry.
+  void prepareTimer(std::function<void()> action);
   Dependencies dependencies_;
 
   mutable std::mutex retryMutex_;
   std::shared_ptr<port::Cancellable> tryAgainWorkItem_;  ///< guarded by retryMutex_
-  std::uint64_t generation_ = 0;                         ///< guarded by retryMutex_
+
+  /// The record last decoded and the bytes it came from: the key store is read on every access,
+  /// and decoded again only when the bytes differ.
+  mutable std::mutex decodedMutex_;
+  mutable std::string decodedBytes_;              ///< guarded by decodedMutex_
+  mutable std::optional<OrvantaDevice> decoded_;  ///< guarded by decodedMutex_
 
   /// Serialises the read-modify-write of `storeDeviceTokenAndRegister`.
   std::mutex recordMutex_;

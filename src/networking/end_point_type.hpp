@@ -26,20 +26,26 @@ struct HTTPTask {
   };
 
   Kind kind = Kind::request;
-  /// The body as a JSON object. None when the call's record could not be written as one: the
-  /// request then goes out without a body.
+  /// The body as a JSON object. None (and no `encodedBody` either) when the call's record could
+  /// not be written as one: the request is then not sent, and fails with `encodingFailed`.
   std::optional<nlohmann::ordered_json> bodyParameters;
   /// Set after the family's headers (only for `requestWithParametersAndHeaders`).
   port::HttpHeaders additionalHeaders;
+  /// The body already written, exactly as `JSONParameterEncoder` would write it (pretty-printed
+  /// JSON); used in place of `bodyParameters` by records that write themselves.
+  std::optional<std::string> encodedBody;
 
   static HTTPTask request() { return {}; }
   static HTTPTask requestWithParameters(std::optional<nlohmann::ordered_json> bodyParameters) {
-    return {Kind::requestWithParameters, std::move(bodyParameters), {}};
+    return {Kind::requestWithParameters, std::move(bodyParameters), {}, std::nullopt};
   }
   static HTTPTask requestWithParametersAndHeaders(
       std::optional<nlohmann::ordered_json> bodyParameters, port::HttpHeaders additionalHeaders) {
     return {Kind::requestWithParametersAndHeaders, std::move(bodyParameters),
-            std::move(additionalHeaders)};
+            std::move(additionalHeaders), std::nullopt};
+  }
+  static HTTPTask requestWithEncodedBody(std::string body) {
+    return {Kind::requestWithParameters, std::nullopt, {}, std::move(body)};
   }
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "models/orvanta_event.hpp"
@@ -9,21 +10,22 @@ namespace orvanta {
 
 /// The API service's event call: `event(record)` is a POST to the API base URL + "event" with the
 /// event record as the body, less its local "uuidId", and the events token as "Authorization".
+/// The body is written once, when the call is made (`OrvantaEvent::writeBody`).
 class EventsEndPoint {
  public:
-  static EventsEndPoint event(OrvantaEvent event) { return EventsEndPoint(std::move(event)); }
-
-  const OrvantaEvent& record() const { return event_; }
+  static EventsEndPoint event(const OrvantaEvent& event) { return EventsEndPoint(event); }
 
   static std::string baseURL() { return Constants::Networking::eventsSDKURL(); }
   std::string path() const { return "event"; }
   HTTPMethod httpMethod() const { return HTTPMethod::post; }
+  /// The written body; none when the record could not be written (the router then fails the call
+  /// with `encodingFailed`, and nothing is sent).
   HTTPTask task() const;
   port::HttpHeaders headers(const CredentialsSource& credentials) const;
 
  private:
-  explicit EventsEndPoint(OrvantaEvent event) : event_(std::move(event)) {}
-  OrvantaEvent event_;
+  explicit EventsEndPoint(const OrvantaEvent& event);
+  std::optional<std::string> body_;
 };
 
 }  // namespace orvanta

@@ -15,6 +15,10 @@ void JSONParameterEncoder::encode(port::HttpRequest& request,
   } catch (const std::exception&) {
     throw makeError(NetworkingError::encodingFailed);
   }
+  encodeWritten(request, std::move(body));
+}
+
+void JSONParameterEncoder::encodeWritten(port::HttpRequest& request, std::string body) const {
   request.body = std::move(body);
   const std::string name(contentTypeHeader.first);
   if (!port::findHeader(request.headers, name)) {

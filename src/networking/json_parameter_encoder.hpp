@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -16,6 +17,8 @@ class JSONParameterEncoder : public ParameterEncoder {
   /// Sets the body, and "Content-Type: application/json" unless the request has a "Content-Type"
   /// already. Text that is not UTF-8 cannot be written as JSON: `encodingFailed`.
   void encode(port::HttpRequest& request, const nlohmann::ordered_json& parameters) const override;
+  /// Sets `body`, already written as `encode` writes it, and the content type as `encode` does.
+  void encodeWritten(port::HttpRequest& request, std::string body) const;
 };
 
 }  // namespace orvanta

@@ -6,6 +6,7 @@
 #include "core/logger.hpp"
 #include "core/text.hpp"
 #include "networking/json_parameter_encoder.hpp"
+#include "networking/networking_error.hpp"
 
 namespace orvanta::detail {
 
@@ -39,8 +40,15 @@ port::HttpRequest buildRequest(HTTPMethod method, std::string url,
       setHeader(request.headers, name, value);
     }
   }
-  if (task.kind != HTTPTask::Kind::request && task.bodyParameters) {
-    JSONParameterEncoder().encode(request, *task.bodyParameters);
+  if (task.kind != HTTPTask::Kind::request) {
+    if (task.encodedBody) {
+      JSONParameterEncoder().encodeWritten(request, *task.encodedBody);
+    } else if (task.bodyParameters) {
+      JSONParameterEncoder().encode(request, *task.bodyParameters);
+    } else {
+      // The record could not be written: nothing is sent.
+      throw makeError(NetworkingError::encodingFailed);
+    }
   }
   return request;
 }

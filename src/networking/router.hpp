@@ -24,7 +24,8 @@ void setHeader(port::HttpHeaders& headers, const std::string& name, const std::s
 
 /// Builds a request: `url`, `method`, the time-out, no cache; the default headers, then
 /// `familyHeaders`, then the task's own headers, each one set in turn; the task's body through
-/// `JSONParameterEncoder`. Throws the encoder's error.
+/// `JSONParameterEncoder`. Throws the encoder's error, and `encodingFailed` for a task whose record
+/// could not be written at all (a request is never sent without the body it should carry).
 port::HttpRequest buildRequest(HTTPMethod method, std::string url,
                                const port::HttpHeaders& familyHeaders, const HTTPTask& task,
                                std::chrono::milliseconds timeout);
@@ -73,7 +74,7 @@ class Router : public std::enable_shared_from_this<Router<EndPoint>> {
   Router(Key, Dependencies dependencies) : dependencies_(std::move(dependencies)) {}
 
   /// Sends the call. The future is rejected with
-  /// - the encoder's error when the body cannot be encoded (nothing is sent);
+  /// - `encodingFailed` when the body cannot be encoded (nothing is sent);
   /// - the HTTP client's error for a transport failure, which is also logged as
   ///   "Failed to perform request with error: " + its description;
   /// - `Error::statusCode(status)` for a status outside 200...299 (while the router exists);

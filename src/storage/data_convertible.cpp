@@ -5,52 +5,6 @@
 
 namespace orvanta {
 
-bool isValidUtf8(std::string_view text) {
-  std::size_t i = 0;
-  const std::size_t size = text.size();
-  while (i < size) {
-    auto lead = static_cast<unsigned char>(text[i]);
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t length = 0;
-    std::uint32_t codePoint = 0;
-    std::uint32_t minimum = 0;
-    if ((lead & 0xE0) == 0xC0) {
-      length = 2;
-      codePoint = lead & 0x1F;
-      minimum = 0x80;
-    } else if ((lead & 0xF0) == 0xE0) {
-      length = 3;
-      codePoint = lead & 0x0F;
-      minimum = 0x800;
-    } else if ((lead & 0xF8) == 0xF0) {
-      length = 4;
-      codePoint = lead & 0x07;
-      minimum = 0x10000;
-    } else {
-      return false;
-    }
-    if (size - i < length) {
-      return false;
-    }
-    for (std::size_t k = 1; k < length; ++k) {
-      auto continuation = static_cast<unsigned char>(text[i + k]);
-      if ((continuation & 0xC0) != 0x80) {
-        return false;
-      }
-      codePoint = (codePoint << 6) | (continuation & 0x3F);
-    }
-    if (codePoint < minimum || codePoint > 0x10FFFF ||
-        (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
-      return false;
-    }
-    i += length;
-  }
-  return true;
-}
-
 std::optional<std::string> DataConversion<std::string>::fromData(const Bytes& bytes) {
   std::string text = stringFromBytes(bytes);
   if (!isValidUtf8(text)) {

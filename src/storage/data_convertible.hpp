@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/utf8.hpp"
+
 namespace orvanta {
 
 /// Raw bytes as kept in the secure store. A type of its own, distinct from `std::string`, because
@@ -20,9 +22,6 @@ inline Bytes bytesFromString(std::string_view text) {
 inline std::string stringFromBytes(const Bytes& bytes) {
   return std::string(bytes.begin(), bytes.end());
 }
-
-/// True when `text` is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
-bool isValidUtf8(std::string_view text);
 
 /// How a value turns into bytes (`data`) and back (`fromData`, none when the bytes don't make one).
 /// Provided for `std::string` (UTF-8; bytes that are not UTF-8 give the empty string, never none),

@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "core/logger.hpp"
+#include "core/os.hpp"
+#include "core/utf8.hpp"
 
 namespace orvanta::detail {
 namespace {
@@ -51,38 +53,25 @@ class Statement {
     sqlite3_clear_bindings(statement_);
   }
 
-  void bindText(int index, const std::string& text) {
+  void bindText(int index, std::string_view text) {
     check(sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()),
                             SQLITE_STATIC));
   }
-  void bindJson(int index, const nlohmann::ordered_json& value) {
-    switch (value.type()) {
-      case nlohmann::ordered_json::value_t::string:
-        bindText(index, value.get_ref<const std::string&>());
-        return;
-      case nlohmann::ordered_json::value_t::number_float:
-        check(sqlite3_bind_double(statement_, index, value.get<double>()));
-        return;
-      case nlohmann::ordered_json::value_t::number_integer:
-      case nlohmann::ordered_json::value_t::number_unsigned:
-        check(sqlite3_bind_int64(statement_, index, value.get<std::int64_t>()));
-        return;
-      case nlohmann::ordered_json::value_t::boolean:
-        check(sqlite3_bind_int(statement_, index, value.get<bool>() ? 1 : 0));
-        return;
-      case nlohmann::ordered_json::value_t::null:
-      case nlohmann::ordered_json::value_t::discarded:
+  /// Column `column` of `row` as parameter `index`; the row must outlive the statement's use.
+  void bindValue(int index, const RowValues& row, std::size_t column) {
+    switch (row.kind(column)) {
+      case RowValues::Kind::null:
         check(sqlite3_bind_null(statement_, index));
         return;
-      case nlohmann::ordered_json::value_t::object:
-      case nlohmann::ordered_json::value_t::array:
-      case nlohmann::ordered_json::value_t::binary: {
-        // Nested values are kept as their JSON text.
-        std::string text = value.dump();
-        check(sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()),
-                                SQLITE_TRANSIENT));
+      case RowValues::Kind::integer:
+        check(sqlite3_bind_int64(statement_, index, row.integer(column)));
         return;
-      }
+      case RowValues::Kind::real:
+        check(sqlite3_bind_double(statement_, index, row.real(column)));
+        return;
+      case RowValues::Kind::text:
+        bindText(index, row.text(column));
+        return;
     }
   }
 
@@ -130,27 +119,38 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
   std::unique_ptr<Statement> insert;
   std::unique_ptr<Statement> selectAll;
   std::unique_ptr<Statement> dataVersion;
+  std::unique_ptr<Statement> begin;
+  std::unique_ptr<Statement> commit;
+  std::unique_ptr<Statement> rollback;
   std::map<std::string, std::unique_ptr<Statement>, std::less<>> deleteBy;
   std::int64_t lastDataVersion = -1;
 
   explicit Impl(TableBuilder builder) : table(std::move(builder)) {}
 
-  /// The current row of `selectAll` (column 0 is the row id) as the record's JSON.
-  nlohmann::json read() const override {
+  /// The current row of `selectAll` (column 0 is the row id).
+  RowValues values() const override {
     sqlite3_stmt* statement = selectAll->get();
-    nlohmann::json row = nlohmann::json::object();
-    const auto& columns = table.columns();
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-      int index = static_cast<int>(i) + 1;
-      const ColumnDefinition& column = columns[i];
+    const std::size_t count = table.columns().size();
+    std::size_t dataBytes = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      const int index = static_cast<int>(i) + 1;
+      const int type = sqlite3_column_type(statement, index);
+      dataBytes += type == SQLITE_TEXT || type == SQLITE_BLOB
+                       ? static_cast<std::size_t>(sqlite3_column_bytes(statement, index))
+                       : 8;
+    }
+    RowValues::Builder row(count, dataBytes);
+    for (std::size_t i = 0; i < count; ++i) {
+      const int index = static_cast<int>(i) + 1;
       switch (sqlite3_column_type(statement, index)) {
         case SQLITE_NULL:
-          break;  // absent: the record's decoder reports the missing key
+          row.null();
+          break;
         case SQLITE_INTEGER:
-          row[column.name] = sqlite3_column_int64(statement, index);
+          row.integer(sqlite3_column_int64(statement, index));
           break;
         case SQLITE_FLOAT:
-          row[column.name] = sqlite3_column_double(statement, index);
+          row.real(sqlite3_column_double(statement, index));
           break;
         case SQLITE_TEXT:
         case SQLITE_BLOB:
@@ -158,16 +158,18 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
           const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement, index));
           std::string_view text(bytes != nullptr ? bytes : "",
                                 static_cast<std::size_t>(sqlite3_column_bytes(statement, index)));
-          if (column.type == SqlType::blob) {
-            row[column.name] = parseJson(text);  // throws DecodingFailure for text that isn't JSON
+          if (isValidUtf8(text)) {
+            row.text(text);
           } else {
-            row[column.name] = std::string(text);
+            // Only ill-formed bytes change, never JSON's own punctuation, so a map column stays
+            // the JSON it was.
+            row.text(repairedUtf8(text));
           }
           break;
         }
       }
     }
-    return row;
+    return row.finish();
   }
 
   std::int64_t readDataVersion() {
@@ -177,6 +179,14 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
     }
     return sqlite3_column_int64(dataVersion->get(), 0);
   }
+
+  void run(std::unique_ptr<Statement>& statement, const char* sql) {
+    if (!statement) {
+      statement = std::make_unique<Statement>(connection.get(), sql);
+    }
+    ResetGuard guard(*statement);
+    statement->step();
+  }
 };
 
 SqliteTable::SqliteTable(const std::string& location, TableBuilder table)
@@ -185,6 +195,15 @@ SqliteTable::SqliteTable(const std::string& location, TableBuilder table)
     if (column.primaryKey) {
       primaryKey_ = column.name;
       break;
+    }
+  }
+
+  if (!location.empty() && location != ":memory:" && !location.starts_with("file:")) {
+    // SQLite gives its journal files the database file's permissions: a file readable by its
+    // owner only keeps all three private. Failing here is not fatal; opening reports the rest.
+    os::makeOwnerOnlyFile(location, true);
+    for (const char* suffix : {"-wal", "-shm", "-journal"}) {
+      os::makeOwnerOnlyFile(location + suffix, false);
     }
   }
 
@@ -205,6 +224,7 @@ SqliteTable::SqliteTable(const std::string& location, TableBuilder table)
   try {
     execute(connection, "PRAGMA journal_mode=WAL");
     execute(connection, "PRAGMA synchronous=NORMAL");
+    execute(connection, "PRAGMA cache_size=-1024");
   } catch (const Error&) {  // NOLINT(bugprone-empty-catch): the defaults still work
   }
 
@@ -232,11 +252,14 @@ SqliteTable::~SqliteTable() {
     impl_->insert.reset();
     impl_->selectAll.reset();
     impl_->dataVersion.reset();
+    impl_->begin.reset();
+    impl_->commit.reset();
+    impl_->rollback.reset();
     impl_->deleteBy.clear();
   }
 }
 
-std::int64_t SqliteTable::insert(const nlohmann::ordered_json& row) {
+std::int64_t SqliteTable::insert(const RowValues& row) {
   // Prepared on first use, so that a table that could not be created fails here, in the call
   // that needs it.
   if (!impl_->insert) {
@@ -253,14 +276,9 @@ std::int64_t SqliteTable::insert(const nlohmann::ordered_json& row) {
   }
   Statement& statement = *impl_->insert;
   ResetGuard guard(statement);
-  const auto& columns = impl_->table.columns();
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    auto member = row.find(columns[i].name);
-    if (member == row.end()) {
-      statement.bindJson(static_cast<int>(i) + 1, nullptr);
-    } else {
-      statement.bindJson(static_cast<int>(i) + 1, *member);
-    }
+  const std::size_t count = impl_->table.columns().size();
+  for (std::size_t i = 0; i < count; ++i) {
+    statement.bindValue(static_cast<int>(i) + 1, row, i);
   }
   statement.step();
   return sqlite3_last_insert_rowid(impl_->connection.get());
@@ -297,7 +315,7 @@ void SqliteTable::endScan() {
   }
 }
 
-void SqliteTable::deleteWhere(std::string_view column, const std::string& value) {
+void SqliteTable::deleteWhere(std::string_view column, std::string_view value) {
   auto found = impl_->deleteBy.find(column);
   if (found == impl_->deleteBy.end()) {
     bool known = false;
@@ -318,11 +336,99 @@ void SqliteTable::deleteWhere(std::string_view column, const std::string& value)
   statement.step();
 }
 
+void SqliteTable::begin() {
+  impl_->run(impl_->begin, "BEGIN");
+}
+
+void SqliteTable::commit() {
+  impl_->run(impl_->commit, "COMMIT");
+}
+
+void SqliteTable::rollback() {
+  impl_->run(impl_->rollback, "ROLLBACK");
+}
+
+const TableBuilder& SqliteTable::table() const {
+  return impl_->table;
+}
+
 bool SqliteTable::changedElsewhere() {
   std::int64_t version = impl_->readDataVersion();
   bool changed = version != impl_->lastDataVersion;
   impl_->lastDataVersion = version;
   return changed;
+}
+
+std::size_t primaryKeyIndex(const TableBuilder& table) {
+  const auto& columns = table.columns();
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (columns[i].primaryKey) {
+      return i;
+    }
+  }
+  return columns.size();
+}
+
+RowValues rowValuesFromJson(const TableBuilder& table, const nlohmann::ordered_json& json) {
+  RowValues::Builder row(table.columns().size());
+  for (const auto& column : table.columns()) {
+    auto member = json.find(column.name);
+    if (member == json.end()) {
+      row.null();
+      continue;
+    }
+    switch (member->type()) {
+      case nlohmann::ordered_json::value_t::string:
+        row.text(member->get_ref<const std::string&>());
+        break;
+      case nlohmann::ordered_json::value_t::number_float:
+        row.real(member->get<double>());
+        break;
+      case nlohmann::ordered_json::value_t::number_integer:
+      case nlohmann::ordered_json::value_t::number_unsigned:
+        row.integer(member->get<std::int64_t>());
+        break;
+      case nlohmann::ordered_json::value_t::boolean:
+        row.integer(member->get<bool>() ? 1 : 0);
+        break;
+      case nlohmann::ordered_json::value_t::null:
+      case nlohmann::ordered_json::value_t::discarded:
+        row.null();
+        break;
+      case nlohmann::ordered_json::value_t::object:
+      case nlohmann::ordered_json::value_t::array:
+      case nlohmann::ordered_json::value_t::binary:
+        row.text(member->dump());  // nested values are kept as their JSON text
+        break;
+    }
+  }
+  return row.finish();
+}
+
+nlohmann::json jsonFromRowValues(const TableBuilder& table, const RowValues& values) {
+  nlohmann::json row = nlohmann::json::object();
+  const auto& columns = table.columns();
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    const ColumnDefinition& column = columns[i];
+    switch (values.kind(i)) {
+      case RowValues::Kind::null:
+        break;  // absent: the record's decoder reports the missing key
+      case RowValues::Kind::integer:
+        row[column.name] = values.integer(i);
+        break;
+      case RowValues::Kind::real:
+        row[column.name] = values.real(i);
+        break;
+      case RowValues::Kind::text:
+        if (column.type == SqlType::blob) {
+          row[column.name] = parseJson(values.text(i));  // throws for text that isn't JSON
+        } else {
+          row[column.name] = std::string(values.text(i));
+        }
+        break;
+    }
+  }
+  return row;
 }
 
 Error storageErrorFromCurrentException() {

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <algorithm>
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,6 +13,7 @@
 
 #include "core/json_coding.hpp"
 #include "orvanta/error.hpp"
+#include "storage/row_values.hpp"
 #include "storage/table_builder.hpp"
 
 namespace orvanta {
@@ -29,6 +31,102 @@ concept Storable = requires(const T& record, TableBuilder& builder, const nlohma
   { T::fromJson(json) } -> std::same_as<T>;
 };
 
+/// A record that may also write its row directly (`toRow`), the columns in order as its JSON form
+/// would spread them (map columns as compact JSON text): faster than building that form.
+template <class T>
+concept WritesOwnColumns = requires(const T& record) {
+  { record.toRow() } -> std::same_as<detail::RowValues>;
+};
+
+/// A record that may also read itself from its columns: none when the row is not in the form the
+/// record writes, and the JSON form is read instead (which reports what is wrong exactly).
+template <class T>
+concept ReadsOwnColumns = requires(const detail::RowValues& values) {
+  { T::readColumns(values) } -> std::same_as<std::optional<T>>;
+};
+
+/// A record that may also check cheaply that `readColumns` would read a row.
+template <class T>
+concept ChecksOwnColumns = ReadsOwnColumns<T> && requires(const detail::RowValues& values) {
+  { T::canReadColumns(values) } -> std::same_as<bool>;
+};
+
+namespace detail {
+
+/// The table of the record type `T`, declared once.
+template <Storable T>
+const TableBuilder& tableOf() {
+  static const TableBuilder table = [] {
+    TableBuilder builder{std::string(T::kTableName)};
+    T::create(builder);
+    return builder;
+  }();
+  return table;
+}
+
+/// The index of the table's text primary-key column, or the column count when there is none.
+std::size_t primaryKeyIndex(const TableBuilder& table);
+
+/// A row from a record's JSON form: each column from the member of the same name (strings as
+/// text, numbers as they are, Booleans as 1 or 0, objects and arrays as their compact JSON text, a
+/// missing member as NULL).
+RowValues rowValuesFromJson(const TableBuilder& table, const nlohmann::ordered_json& json);
+
+/// The JSON form a record decodes from: scalars as they are (NULL leaves the key out, so that the
+/// decoder reports it missing), the text of a BLOB-declared column parsed as JSON. Throws
+/// `DecodingFailure` for such text that is not JSON.
+nlohmann::json jsonFromRowValues(const TableBuilder& table, const RowValues& values);
+
+/// Turns what a record's `toJson` / `fromJson` threw into the kit's error.
+Error storageErrorFromCurrentException();
+
+}  // namespace detail
+
+/// One stored row: its row id and its column values, packed and never changed. `record()` reads
+/// the record back; a row handed out by `Database::allRows` has been read once already, so reading
+/// it again cannot fail. Shared between threads freely.
+template <Storable T>
+class StoredRecord {
+ public:
+  StoredRecord(std::int64_t rowId, detail::RowValues values)
+      : rowId_(rowId), values_(std::move(values)) {}
+
+  std::int64_t rowId() const { return rowId_; }
+  const detail::RowValues& values() const { return values_; }
+  /// The text of the primary-key column.
+  std::string_view primaryKey() const {
+    return values_.text(detail::primaryKeyIndex(detail::tableOf<T>()));
+  }
+
+  /// Throws the `Error` of `record()` when the row does not read back; costs less than `record()`.
+  void check() const {
+    if constexpr (ChecksOwnColumns<T>) {
+      if (T::canReadColumns(values_)) {
+        return;
+      }
+    }
+    (void)record();
+  }
+
+  /// Decodes the row. Throws an `Error` of the decoding domain when it does not read back.
+  T record() const {
+    if constexpr (ReadsOwnColumns<T>) {
+      if (auto record = T::readColumns(values_)) {
+        return std::move(*record);
+      }
+    }
+    try {
+      return T::fromJson(detail::jsonFromRowValues(detail::tableOf<T>(), values_));
+    } catch (...) {
+      throw detail::storageErrorFromCurrentException();
+    }
+  }
+
+ private:
+  std::int64_t rowId_;
+  detail::RowValues values_;
+};
+
 /// A store of records of one type. Every member throws an `Error` of the database domain (SQLite's
 /// message and result code) or of the decoding domain (a row that does not read back). No locking
 /// of its own: the caller serialises the calls.
@@ -37,19 +135,22 @@ class DatabaseProtocol {
  public:
   using DataType = T;
   /// Rows never change once written, so a row read back is shared rather than copied.
-  using Row = std::shared_ptr<const T>;
+  using Row = std::shared_ptr<const StoredRecord<T>>;
 
   virtual ~DatabaseProtocol() = default;
 
   /// INSERT of one row. A second row with the same primary key is a constraint failure.
-  virtual void add(Row row) = 0;
+  virtual void add(const T& record) = 0;
   /// Every row, in insertion (row id) order. The first row that does not decode fails the whole
   /// call, so one corrupt row hides all the others until it is deleted.
   virtual std::vector<Row> allRows() = 0;
   /// DELETE of the rows whose `column` equals `value`. `column` must be one of the table's.
   virtual void deleteRows(std::string_view column, const std::string& value) = 0;
-  /// DELETE of the row with `row`'s primary key; deleting a row that is not there succeeds.
-  virtual void deleteRow(const T& row) = 0;
+  /// DELETE of the row with this primary key; deleting a row that is not there succeeds.
+  virtual void deleteRow(std::string_view primaryKey) = 0;
+  /// Runs `work` (calls of this store) as one transaction: committed when `work` returns, rolled
+  /// back when it throws (the exception then goes on). Many small writes cost one commit.
+  virtual void inTransaction(const std::function<void()>& work) = 0;
 };
 
 namespace detail {
@@ -59,21 +160,25 @@ namespace detail {
 class SqliteTable {
  public:
   /// Opens (creating if needed) the file at `location` read-write; the empty location opens a
-  /// private temporary database. WAL journal, synchronous=NORMAL, busy time-out of 5 s. Then
-  /// creates the table, silently accepting "already exists" and logging any other failure.
-  /// Throws the SQLite error when the file can't be opened.
+  /// private temporary database. A file the kit creates is readable by its owner only (0600), and
+  /// so are the journal files SQLite makes beside it; an existing one is narrowed to that. WAL
+  /// journal, synchronous=NORMAL, busy time-out of 5 s. Then creates the table, silently accepting
+  /// "already exists" and logging any other failure. Throws the SQLite error when the file can't
+  /// be opened.
   SqliteTable(const std::string& location, TableBuilder table);
   ~SqliteTable();
   SqliteTable(const SqliteTable&) = delete;
   SqliteTable& operator=(const SqliteTable&) = delete;
 
-  /// Binds each column from the member of `row` with the same name and inserts; the new row id.
-  std::int64_t insert(const nlohmann::ordered_json& row);
+  /// Binds each column from `row` and inserts; the new row id.
+  std::int64_t insert(const RowValues& row);
 
-  /// Reads a row as the JSON object its record decodes from.
+  /// Reads the current row of a scan.
   class RowReader {
    public:
-    virtual nlohmann::json read() const = 0;
+    /// The row's values; text that is not UTF-8 (written by something else than the kit) comes
+    /// back repaired, so that every row can be written as JSON again.
+    virtual RowValues values() const = 0;
 
    protected:
     virtual ~RowReader() = default;
@@ -100,7 +205,12 @@ class SqliteTable {
   }
 
   /// DELETE ... WHERE ("column" = ?). Throws for a column the table does not have.
-  void deleteWhere(std::string_view column, const std::string& value);
+  void deleteWhere(std::string_view column, std::string_view value);
+
+  /// BEGIN / COMMIT / ROLLBACK.
+  void begin();
+  void commit();
+  void rollback();
 
   /// True when another connection has committed a change since the last call (PRAGMA
   /// data_version).
@@ -108,6 +218,7 @@ class SqliteTable {
 
   /// The table's primary-key column, or empty when it has none.
   const std::string& primaryKeyColumn() const { return primaryKey_; }
+  const TableBuilder& table() const;
 
   struct Impl;
 
@@ -121,70 +232,73 @@ class SqliteTable {
   std::string primaryKey_;
 };
 
-/// Turns what a record's `toJson` / `fromJson` threw into the kit's error.
-Error storageErrorFromCurrentException();
-
 }  // namespace detail
 
 /// The record store over SQLite: one long-lived connection to one file, one table named after the
 /// record type, prepared statements kept for reuse, bound parameters only.
 ///
-/// Decoded rows are kept in memory, by row id, and reused by later `allRows` calls: rows are never
-/// updated, and a change made through another connection (another process) empties the cache, so
-/// what `allRows` returns is always what the file holds.
+/// Rows are kept in memory as they are stored (`StoredRecord`, a few hundred bytes for an event),
+/// by row id, and reused by later `allRows` calls, which then read only rows they have not seen:
+/// rows are never updated, and a change made through another connection (another process) empties
+/// the cache, so what `allRows` returns is always what the file holds. The cache is bounded: it
+/// keeps the oldest rows up to `maxCachedBytes`; rows beyond are read (and decoded) again by every
+/// `allRows` until older ones are gone.
 template <Storable T>
 class Database final : public DatabaseProtocol<T> {
  public:
   using Row = typename DatabaseProtocol<T>::Row;
 
+  /// 4 MiB: about 16,000 typical events.
+  static constexpr std::size_t kDefaultMaxCachedBytes = std::size_t{4} << 20;
+
   /// Opens the database at `connectionLocation` (a file path, or "" for a temporary one) and
   /// creates the table. Throws the SQLite error when the connection can't be opened.
-  explicit Database(const std::string& connectionLocation)
-      : table_(connectionLocation, makeTable()) {}
+  explicit Database(const std::string& connectionLocation,
+                    std::size_t maxCachedBytes = kDefaultMaxCachedBytes)
+      : table_(connectionLocation, detail::tableOf<T>()), maxCachedBytes_(maxCachedBytes) {}
 
-  void add(Row row) override {
-    nlohmann::ordered_json json;
-    try {
-      json = row->toJson();
-    } catch (...) {
-      throw detail::storageErrorFromCurrentException();
-    }
-    std::int64_t rowId = table_.insert(json);
-    remember(rowId, std::move(row));
+  void add(const T& record) override {
+    detail::RowValues values = encode(record);
+    std::int64_t rowId = table_.insert(values);
+    remember(std::make_shared<const StoredRecord<T>>(rowId, std::move(values)));
   }
 
   std::vector<Row> allRows() override {
-    if (table_.changedElsewhere()) {
-      cache_.clear();
-    }
     std::vector<Row> rows;
     rows.reserve(cache_.size() + 1);
-    rowIds_.clear();
     std::size_t cursor = 0;
     bool cacheChanged = false;
+    bool checked = false;
     table_.scan([&](std::int64_t rowId, const detail::SqliteTable::RowReader& reader) {
-      while (cursor < cache_.size() && cache_[cursor].first < rowId) {
+      if (!checked) {
+        // Asked within the scan's own read transaction: it costs no locking of its own. (An
+        // empty table leaves nothing cached to check.)
+        checked = true;
+        if (table_.changedElsewhere()) {
+          forget();
+          cacheChanged = true;
+        }
+      }
+      while (cursor < cache_.size() && cache_[cursor]->rowId() < rowId) {
         ++cursor;  // a row deleted since it was cached
         cacheChanged = true;
       }
-      if (cursor < cache_.size() && cache_[cursor].first == rowId) {
-        rows.push_back(cache_[cursor].second);
+      if (cursor < cache_.size() && cache_[cursor]->rowId() == rowId) {
+        rows.push_back(cache_[cursor]);
         ++cursor;
-      } else {
-        try {
-          rows.push_back(std::make_shared<const T>(T::fromJson(reader.read())));
-        } catch (...) {
-          throw detail::storageErrorFromCurrentException();
-        }
-        cacheChanged = true;
+        return;
       }
-      rowIds_.push_back(rowId);
+      auto row = std::make_shared<const StoredRecord<T>>(rowId, reader.values());
+      row->check();  // a row that does not read back fails the whole call
+      rows.push_back(std::move(row));
+      cacheChanged = true;
     });
     if (cacheChanged || cursor != cache_.size()) {
-      cache_.clear();
-      cache_.reserve(rows.size());
-      for (std::size_t i = 0; i < rows.size(); ++i) {
-        cache_.emplace_back(rowIds_[i], rows[i]);
+      forget();
+      for (const Row& row : rows) {
+        if (!remember(row)) {
+          break;
+        }
       }
     }
     return rows;
@@ -194,41 +308,77 @@ class Database final : public DatabaseProtocol<T> {
     table_.deleteWhere(column, value);
   }
 
-  void deleteRow(const T& row) override {
+  void deleteRow(std::string_view primaryKey) override {
     const std::string& key = table_.primaryKeyColumn();
     if (key.empty()) {
       throw Error(Error::Domain::database, 1, "no primary key to delete by");
     }
-    table_.deleteWhere(key, row.primaryKey());
+    table_.deleteWhere(key, primaryKey);
     // The cached copy is dropped by the next `allRows`, which no longer meets its row id.
   }
 
- private:
-  static TableBuilder makeTable() {
-    TableBuilder builder{std::string(T::kTableName)};
-    T::create(builder);
-    return builder;
+  void inTransaction(const std::function<void()>& work) override {
+    table_.begin();
+    try {
+      work();
+    } catch (...) {
+      try {
+        table_.rollback();
+      } catch (...) {  // NOLINT(bugprone-empty-catch): the first failure is the one reported
+      }
+      throw;
+    }
+    table_.commit();
   }
 
-  /// Keeps the row just inserted: a new row id is normally the largest; a reused one (the table was
-  /// emptied) replaces whatever was cached under it.
-  void remember(std::int64_t rowId, Row row) {
-    if (cache_.empty() || cache_.back().first < rowId) {
-      cache_.emplace_back(rowId, std::move(row));
-      return;
+  /// Rows held in memory now, and their bytes.
+  std::size_t cachedRows() const { return cache_.size(); }
+  std::size_t cachedBytes() const { return cachedBytes_; }
+
+ private:
+  static detail::RowValues encode(const T& record) {
+    try {
+      if constexpr (WritesOwnColumns<T>) {
+        return record.toRow();
+      } else {
+        return detail::rowValuesFromJson(detail::tableOf<T>(), record.toJson());
+      }
+    } catch (...) {
+      throw detail::storageErrorFromCurrentException();
     }
-    auto at = std::lower_bound(cache_.begin(), cache_.end(), rowId,
-                               [](const auto& entry, std::int64_t id) { return entry.first < id; });
-    if (at != cache_.end() && at->first == rowId) {
-      at->second = std::move(row);
-    } else {
-      cache_.emplace(at, rowId, std::move(row));
+  }
+
+  static std::size_t footprint(const Row& row) {
+    // The row, its shared control block and its buffer.
+    return sizeof(StoredRecord<T>) + 2 * sizeof(void*) + row->values().footprint();
+  }
+
+  /// Keeps `row` after the kept rows when it fits in the budget. SQLite gives a new row an id
+  /// above every live one, so a kept row whose id is not below it is gone (its id is reused):
+  /// those are dropped first.
+  bool remember(Row row) {
+    while (!cache_.empty() && cache_.back()->rowId() >= row->rowId()) {
+      cachedBytes_ -= footprint(cache_.back());
+      cache_.pop_back();
     }
+    const std::size_t bytes = footprint(row);
+    if (cachedBytes_ + bytes > maxCachedBytes_) {
+      return false;
+    }
+    cache_.push_back(std::move(row));
+    cachedBytes_ += bytes;
+    return true;
+  }
+
+  void forget() {
+    cache_.clear();
+    cachedBytes_ = 0;
   }
 
   detail::SqliteTable table_;
-  std::vector<std::pair<std::int64_t, Row>> cache_;  ///< sorted by row id
-  std::vector<std::int64_t> rowIds_;                 ///< scratch for `allRows`
+  std::size_t maxCachedBytes_;
+  std::vector<Row> cache_;  ///< sorted by row id
+  std::size_t cachedBytes_ = 0;
 };
 
 }  // namespace orvanta

@@ -62,7 +62,7 @@ class AnalyticsTest : public testing::SandboxTest {
     authData_->setDevice(device);
   }
   std::size_t storedRows() { return database_->allRows().size(); }
-  void settle() { handler_->operationQueue().waitUntilAllOperationsAreFinished(); }
+  void settle() { handler_->waitUntilIdle(); }
   void goToBackground() {
     testPlatform().lifecycle()->post(port::LifecycleEvent::didEnterBackground);
   }
@@ -106,6 +106,23 @@ TEST_F(AnalyticsTest, TrackedEventIsDeliveredWithItsTypedParametersAndForgotten)
                                  "\"when\":722390400.5}")
                 .size(),
             1u);
+}
+
+// Host text that is not UTF-8 is repaired as it enters: the event is stored, delivered with its
+// parameters, and its row deleted, like any other.
+TEST_F(AnalyticsTest, TextThatIsNotUtf8IsRepairedAndDelivered) {
+  givePushToken();
+  enableLogging();
+  analytics_->trackEvent("caf\xC3", {{"k\xFF", "v\xE2\x82"}, {"n", 1}});
+  ASSERT_TRUE(sandbox().waitForEventCount(1, testing::kPatience));
+  settle();
+  EXPECT_EQ(storedRows(), 0u);
+  auto body = sandbox().events().at(0).body;
+  EXPECT_EQ(body["eventName"], "caf\uFFFD");
+  EXPECT_EQ(body["additionalStringFields"], nlohmann::json({{"k\uFFFD", "v\uFFFD"}}));
+  EXPECT_EQ(body["additionalNumericFields"], nlohmann::json({{"n", 1}}));
+  EXPECT_TRUE(sandbox().violations().empty());
+  EXPECT_EQ(logSink().linesContaining("Successfully sent event: caf\xEF\xBF\xBD").size(), 1u);
 }
 
 TEST_F(AnalyticsTest, OfflineEventsStayUntilABackgroundFlushDeliversThem) {

@@ -109,7 +109,7 @@ int flush(const std::string& root) {
        [context] { return std::make_shared<EventsService>(context->router<EventsEndPoint>()); }});
   for (int round = 0; round < 100; ++round) {
     handler->postEventsFromDatabase();
-    handler->operationQueue().waitUntilAllOperationsAreFinished();
+    handler->waitUntilIdle();
     try {
       if (database->allRows().empty()) {
         std::printf("%zu\n", found);

@@ -90,14 +90,14 @@ class OperationsHandlerTest : public testing::PlatformTest {
   std::vector<std::string> storedNames() {
     std::vector<std::string> names;
     for (const auto& row : database_->allRows()) {
-      names.push_back(row->name);
+      names.push_back(row->record().name);
     }
     return names;
   }
   std::string databasePath() {
     return testPlatform().dataDirectory() + "/events-under-test.sqlite";
   }
-  void settle() { handler_->operationQueue().waitUntilAllOperationsAreFinished(); }
+  void settle() { handler_->waitUntilIdle(); }
 
   std::shared_ptr<HeldEventsService> service_ = std::make_shared<HeldEventsService>();
   std::shared_ptr<Database<OrvantaEvent>> database_;
@@ -120,6 +120,7 @@ TEST_F(OperationsHandlerTest, EachFlushPostsEveryRowAndOnlySuccessDeletesItsOwnR
   service_->answer(0, true);   // a
   service_->answer(1, false);  // b fails: stays
   service_->answer(3, true);   // a again: its row is already gone, not an error
+  handler_->waitForDeletions();
   EXPECT_THAT(storedNames(), ElementsAre("b", "c"));
   service_->answer(2, false);
   service_->answer(4, false);
@@ -140,6 +141,24 @@ TEST_F(OperationsHandlerTest, EachFlushPostsEveryRowAndOnlySuccessDeletesItsOwnR
   service_->answer(6, true);
   settle();
   EXPECT_TRUE(storedNames().empty());
+}
+
+// A successful post deletes its row on the handler's own thread, a little later; a flush in
+// between does not post the row again.
+TEST_F(OperationsHandlerTest, ARowWhosePostSucceededIsNotPostedAgain) {
+  track("a");
+  track("b");
+  handler_->postEventsFromDatabase();
+  ASSERT_TRUE(service_->waitForPosts(2));
+  service_->answer(0, true);  // a: delivered, its deletion asked for
+  handler_->postEventsFromDatabase();
+  ASSERT_TRUE(service_->waitForPosts(3));
+  EXPECT_THAT(service_->postedNames(), ElementsAre("a", "b", "b"));
+  service_->answer(1, false);
+  service_->answer(2, true);
+  settle();
+  EXPECT_TRUE(storedNames().empty());
+  EXPECT_TRUE(logSink().linesContaining("Could not").empty());
 }
 
 TEST_F(OperationsHandlerTest, NeverMoreThanTenPostsAtOnceAndCancellationLeavesRows) {

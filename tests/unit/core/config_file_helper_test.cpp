@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -42,6 +47,44 @@ TEST_F(ConfigFileHelperTest, ChangesToTheFileAreSeenAtTheNextRead) {
   EXPECT_EQ(context().configFile()->token(), "second");
   std::remove(configPath().c_str());
   EXPECT_EQ(context().configFile()->token(), "");
+}
+
+// The file is rewritten in place with contents of the same size, at once: same inode, same size,
+// and time stamps that the file system's clock may not tell apart. The very next read sees it.
+TEST_F(ConfigFileHelperTest, ASameSizeRewriteInPlaceIsSeenByTheNextRead) {
+  for (int round = 0; round < 20; ++round) {
+    const std::string token = "token-" + std::to_string(10 + round);
+    testing::writeFile(configPath(), testing::configPlistXml({{"Token", token}}));
+    EXPECT_EQ(context().configFile()->token(), token);
+    EXPECT_EQ(context().configFile()->eventsToken(), "");
+  }
+}
+
+void setModificationTime(const std::string& path, std::int64_t seconds, long nanoseconds) {
+  const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+// A reader that trusts a file as soon as its identity is unchanged (no settling time) still sees a
+// rewrite whose only trace is a modification time one nanosecond apart.
+TEST_F(ConfigFileHelperTest, AnUnchangedIdentityIsReadOnceAndAnyChangeOfItIsSeen) {
+  OrvantaConfigFileHelper trusting(platform()->bundle, std::chrono::nanoseconds(0));
+  testing::writeFile(configPath(), testing::configPlistXml({{"Token", "alpha"}}));
+  setModificationTime(configPath(), 1'000'000'000, 100);
+  EXPECT_EQ(trusting.token(), "alpha");
+
+  testing::writeFile(configPath(), testing::configPlistXml({{"Token", "omega"}}));
+  setModificationTime(configPath(), 1'000'000'000, 101);
+  EXPECT_EQ(trusting.token(), "omega");
+
+  // Replaced by another file (a new inode), then gone.
+  const std::string replacement = configPath() + ".new";
+  testing::writeFile(replacement, testing::configPlistXml({{"Token", "gamma"}}));
+  setModificationTime(replacement, 1'000'000'000, 101);
+  ASSERT_EQ(std::rename(replacement.c_str(), configPath().c_str()), 0);
+  EXPECT_EQ(trusting.token(), "gamma");
+  std::remove(configPath().c_str());
+  EXPECT_EQ(trusting.token(), "");
 }
 
 TEST_F(ConfigFileHelperTest, MissingKeysAndNonStringValuesReadAsEmpty) {

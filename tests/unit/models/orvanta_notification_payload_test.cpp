@@ -34,12 +34,18 @@ const Shape kShapes[] = {
     {"registration_id an object", R"({"data":{"id":"p","registration_id":{}}})", false},
     {"image empty", R"({"data":{"id":"p","image":""}})", false},
     {"image with a space", R"({"data":{"id":"p","image":"https://a b/c.png"}})", false},
-    {"image relative", R"({"data":{"id":"p","image":"/c.png"}})", false},
+    {"image relative", R"({"data":{"id":"p","image":"/c.png"}})", true},
     {"action a string", R"({"data":{"id":"p","action":"open"}})", false},
     {"action type lower case", R"({"data":{"id":"p","action":{"type":"browser"}}})", false},
     {"action type unknown nested",
      R"({"data":{"id":"p","action":{"text":"t","action":{"type":"SHARE"}}}})", false},
-    {"action url invalid", R"({"data":{"id":"p","action":{"id":"a","url":""}}})", false},
+    {"action url empty", R"({"data":{"id":"p","action":{"id":"a","url":""}}})", false},
+    {"action url not a URI", R"({"data":{"id":"p","action":{"id":"a","url":"a b"}}})", false},
+    {"action url without authority", R"({"data":{"id":"p","action":{"url":"tel:+15551234567"}}})",
+     true},
+    {"button url a relative reference",
+     R"({"data":{"id":"p","action_buttons":{"items":[{"text":"Go","action":{"url":"item/7"}}]}}})",
+     true},
     {"action text wrong type in nested form",
      R"({"data":{"id":"p","action":{"text":5,"action":{"id":"a"}}}})", false},
     {"action_buttons empty object", R"({"data":{"id":"p","action_buttons":{}}})", true},
@@ -170,17 +176,21 @@ TEST(OrvantaNotificationPayloadTest, HostileInputEndsInADecodingError) {
   EXPECT_EQ(decoded.value().id.size(), 8u << 20);
 }
 
-TEST(UrlTest, AcceptsAbsoluteUrlsOfAnySchemeAndRejectsTheRest) {
+TEST(UrlTest, AcceptsEveryUriReferenceAndRejectsWhatTheSyntaxForbids) {
   for (const char* good : {"https://example.com/a?b=c#d", "myapp://open", "file:///tmp/x",
-                           "http://[::1]:8080/", "myapp://open/item?id=1"}) {
+                           "http://[::1]:8080/", "myapp://open/item?id=1", "tel:+15551234567",
+                           "mailto:a@b.c", "sms:123", "myapp:open/item/7", "/relative", "item/7",
+                           "www.example.com", "?q=1", "#top", "http://", "urn:isbn:0451450523"}) {
     EXPECT_TRUE(Url::parse(good)) << good;
   }
-  for (const char* bad : {"", "www.example.com", "/relative", "https://exa mple.com", "http://",
-                          "mailto:someone@example.com"}) {
+  for (const char* bad : {"", "https://exa mple.com", "https://a.com/%zz", "http://[::1/",
+                          "1tel:123", "a:b:c d", "https://a.com/\xC3\xA9", "tel:+1 555"}) {
     EXPECT_FALSE(Url::parse(bad)) << bad;
   }
   EXPECT_FALSE(Url::parse(std::string("https://a.com/\0x", 16)));
   EXPECT_EQ(Url::parse("HTTPS://example.com")->scheme(), "https");
+  EXPECT_EQ(Url::parse("TEL:+1555")->scheme(), "tel");
+  EXPECT_EQ(Url::parse("item/7")->scheme(), "");
   EXPECT_EQ(Url::parse("myapp://open")->string(), "myapp://open");  // kept as given
 }
 

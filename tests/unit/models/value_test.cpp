@@ -58,6 +58,16 @@ TEST(ValueTest, ExactIntegerAcceptsIntegersAndWholeBoxedNumbersOnly) {
   EXPECT_FALSE(Value::boxed(std::nan("")).exactInteger());
   EXPECT_FALSE(Value(3.0).exactInteger());  // a native double is not an integer
   EXPECT_FALSE(Value(true).exactInteger());
+
+  // A boxed 64-bit integer keeps every bit, where a double would round it.
+  const std::int64_t odd = (std::int64_t{1} << 53) + 1;
+  EXPECT_EQ(Value::boxed(odd).exactInteger(), odd);
+  EXPECT_EQ(Value::boxed(odd).boxedNumber(), 9007199254740992.0);
+  EXPECT_EQ(Value::boxed(std::numeric_limits<std::int64_t>::max()).exactInteger(),
+            std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(Value::boxed(-7).exactInteger(), -7);
+  EXPECT_FALSE(Value::boxed(std::numeric_limits<std::uint64_t>::max()).exactInteger());
+  EXPECT_NE(Value::boxed(odd), Value::boxed(static_cast<double>(odd)));
 }
 
 TEST(ValueTest, DatesCountFromTheReferenceDateAndConvertFromTheSystemClock) {

@@ -118,23 +118,48 @@ TEST_F(AuthDataTest, LowerCaseTypeIsMigratedAndWrittenBackOnce) {
   EXPECT_EQ(auth->device().type, "Ios");
 }
 
-TEST_F(AuthDataTest, ANewerRegistrationSupersedesRetriesOfAnOlderOne) {
+TEST_F(AuthDataTest, AnOlderRequestInFlightIsNotCancelledAndItsFailureIsRetried) {
   auto service = std::make_shared<DeferredDevicesService>();
   auto auth = authData(service);
   auth->storeDeviceTokenAndRegister("first");
   auth->storeDeviceTokenAndRegister("second");
-  // The older request fails after the newer one started: no retry of the older record.
+  ASSERT_EQ(service->devices.size(), 2u);  // the first request is still in flight, not cancelled
+  // The older request fails after the newer one started: it is handled as usual and schedules a
+  // retry of the older record.
   service->handlers[0].onError(Error::statusCode(500));
-  EXPECT_FALSE(auth->hasPendingRetry());
-  // The newer one fails: it is retried, and a third token cancels that retry.
-  service->handlers[1].onError(Error::statusCode(500));
   EXPECT_TRUE(auth->hasPendingRetry());
+  EXPECT_EQ(logSink().linesContaining(Error::statusCode(500).localizedDescription()).size(), 1u);
+  mainQueue().advance(kMinute);
+  ASSERT_EQ(service->devices.size(), 3u);
+  EXPECT_EQ(service->devices[2].deviceToken, "first");
+  EXPECT_FALSE(auth->hasPendingRetry());
+
+  // A later failure of the newer one replaces any pending retry with its own; a new token cancels
+  // that retry, and its own record goes out.
+  service->handlers[2].onError(Error::statusCode(500));
+  service->handlers[1].onError(Error::statusCode(500));
+  EXPECT_EQ(mainQueue().pendingCount(), 1u);
   auth->storeDeviceTokenAndRegister("third");
   EXPECT_FALSE(auth->hasPendingRetry());
   mainQueue().advance(2 * kMinute);
-  ASSERT_EQ(service->devices.size(), 3u);
-  EXPECT_EQ(service->devices[2].deviceToken, "third");
-  EXPECT_EQ(service->devices[2].oldDeviceToken, "second");
+  ASSERT_EQ(service->devices.size(), 4u);
+  EXPECT_EQ(service->devices[3].deviceToken, "third");
+  EXPECT_EQ(service->devices[3].oldDeviceToken, "second");
+}
+
+TEST_F(AuthDataTest, APushTokenThatIsNotUtf8IsRepairedStoredAndRegistered) {
+  auto auth = authData(service_);
+  auth->storeDeviceTokenAndRegister("c0ffee\xFF");
+  EXPECT_EQ(auth->device().deviceToken, "c0ffee\xEF\xBF\xBD");
+  ASSERT_EQ(service_->registeredDevices().size(), 1u);
+  EXPECT_EQ(service_->registeredDevices()[0].deviceToken, "c0ffee\xEF\xBF\xBD");
+
+  // A record that cannot be written (built past the entrances) is not stored, and says so once.
+  OrvantaDevice unwritable = auth->device();
+  unwritable.user.email = "\xC3";
+  auth->setDevice(unwritable);
+  EXPECT_EQ(logSink().linesContaining("Parameter encoding failed").size(), 1u);
+  EXPECT_EQ(auth->device().user.email, std::nullopt);
 }
 
 TEST_F(AuthDataTest, ARetryFindingItsOwnerGoneDoesNothing) {

@@ -87,6 +87,28 @@ TEST(FileSecureStoreTest, DamagedItemsReadAsNoValue) {
   EXPECT_EQ(store.read("key"), std::nullopt);
 }
 
+// Reads keep the last contents of an unchanged item, and see every change: by another store over
+// the same folder (another process), or by a rewrite in place of the same size, at once.
+TEST(FileSecureStoreTest, EveryReadSeesTheItemAsItIsNow) {
+  testing::TemporaryDirectory root;
+  FileSecureStore store(root.file("keystore"));
+  FileSecureStore other(root.file("keystore"));
+  ASSERT_EQ(store.add("record", "version-1"), SecureStoreStatus::success);
+  for (int round = 2; round < 12; ++round) {
+    EXPECT_EQ(store.read("record"), "version-" + std::to_string(round - 1));
+    EXPECT_EQ(store.read("record"), "version-" + std::to_string(round - 1));
+    const std::string next = "version-" + std::to_string(round);
+    if (round % 2 == 0) {
+      ASSERT_EQ(other.remove("record"), SecureStoreStatus::success);
+      ASSERT_EQ(other.add("record", next), SecureStoreStatus::success);
+    } else {
+      testing::writeFile(root.file("keystore/record.item"), FileSecureStore::encodeItem(next));
+    }
+  }
+  ASSERT_EQ(other.remove("record"), SecureStoreStatus::success);
+  EXPECT_EQ(store.read("record"), std::nullopt);
+}
+
 TEST(JsonPreferencesStoreTest, ValuesSurviveARestart) {
   testing::TemporaryDirectory root;
   std::string path = root.file("config/preferences.json");

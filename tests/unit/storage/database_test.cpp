@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,6 +54,12 @@ class RawConnection {
   sqlite3* db_ = nullptr;
 };
 
+mode_t modeOf(const std::string& path) {
+  struct stat info {};
+  EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
 OrvantaEvent makeEvent(const std::string& name, const ValueMap& parameters = {}) {
   return OrvantaEvent("token", "app", name, 1700000000.25, parameters);
 }
@@ -58,7 +67,7 @@ OrvantaEvent makeEvent(const std::string& name, const ValueMap& parameters = {})
 std::vector<std::string> names(const std::vector<EventDatabase::Row>& rows) {
   std::vector<std::string> result;
   for (const auto& row : rows) {
-    result.push_back(row->name);
+    result.push_back(row->record().name);
   }
   return result;
 }
@@ -70,9 +79,7 @@ class DatabaseTest : public testing::PlatformTest {
     std::filesystem::create_directories(testPlatform().dataDirectory());
     return std::make_unique<Database<OrvantaEvent>>(path());
   }
-  void add(Database<OrvantaEvent>& db, const OrvantaEvent& event) {
-    db.add(std::make_shared<const OrvantaEvent>(event));
-  }
+  void add(Database<OrvantaEvent>& db, const OrvantaEvent& event) { db.add(event); }
 };
 
 TEST_F(DatabaseTest, CreatesTheTableOnceAndReopensSilently) {
@@ -122,7 +129,7 @@ TEST_F(DatabaseTest, KeepsRowsInInsertionOrderAndDeletesOnlyTheOneNamed) {
 
   auto rows = db->allRows();
   EXPECT_THAT(names(rows), ::testing::ElementsAre("first", "sale", "third"));
-  EXPECT_EQ(*rows[1], sale);
+  EXPECT_EQ(rows[1]->record(), sale);
 
   // Stored as written: scalars in their columns, maps as JSON text.
   RawConnection raw(path());
@@ -130,14 +137,14 @@ TEST_F(DatabaseTest, KeepsRowsInInsertionOrderAndDeletesOnlyTheOneNamed) {
             "{\"when\":722390400.5}");
   EXPECT_EQ(raw.text("SELECT typeof(createdAt) FROM orvantaevent LIMIT 1"), "real");
 
-  db->deleteRow(sale);
-  db->deleteRow(sale);  // gone already: not an error
-  db->deleteRow(makeEvent("never stored"));
+  db->deleteRow(sale.uuidId);
+  db->deleteRow(sale.uuidId);  // gone already: not an error
+  db->deleteRow(makeEvent("never stored").uuidId);
   EXPECT_THAT(names(db->allRows()), ::testing::ElementsAre("first", "third"));
 
   // A fresh connection decodes the same rows from the file.
   auto reopened = open();
-  EXPECT_EQ(*reopened->allRows()[1], *rows[2]);
+  EXPECT_EQ(reopened->allRows()[1]->record(), rows[2]->record());
 
   EXPECT_THROW(db->deleteRows("no such column", "x"), Error);
   db->deleteRows("eventName", "first");
@@ -182,7 +189,7 @@ TEST_F(DatabaseTest, CorruptMapColumnFailsEveryReadUntilTheRowIsGone) {
       "INSERT INTO orvantaevent VALUES ('X', 'p', 'n', 1.0, '{}', '{\"n\":\"text\"}', '{}', '{}')");
   EXPECT_THROW(db->allRows(), Error);
 
-  db->deleteRow(bad);
+  db->deleteRow(bad.uuidId);
   db->deleteRows("uuidId", "X");
   EXPECT_THAT(names(db->allRows()), ::testing::ElementsAre("good"));
 }
@@ -195,12 +202,64 @@ TEST_F(DatabaseTest, SeesRowsWrittenAndDeletedThroughAnotherConnection) {
   add(*second, makeEvent("two"));
   auto rows = first->allRows();
   EXPECT_THAT(names(rows), ::testing::ElementsAre("one", "two"));
-  second->deleteRow(*rows[0]);
+  second->deleteRow(rows[0]->primaryKey());
   // Same row id reused by a new row after the table emptied: never served from memory.
-  second->deleteRow(*rows[1]);
+  second->deleteRow(rows[1]->primaryKey());
   add(*first, makeEvent("three"));
   EXPECT_THAT(names(first->allRows()), ::testing::ElementsAre("three"));
   EXPECT_THAT(names(second->allRows()), ::testing::ElementsAre("three"));
+}
+
+// Rows written by something else than this version of the kit: text that is not UTF-8, maps in
+// another JSON layout. Each reads back, repaired, and can be written (posted) again.
+TEST_F(DatabaseTest, RowsWrittenElsewhereReadBackAndStayWritable) {
+  auto db = open();
+  RawConnection raw(path());
+  raw.exec(
+      "INSERT INTO orvantaevent VALUES ('A', 'tok\xFF|||app', 'caf\xC3', 1700000000, "
+      "'{ \"k\xFF\" : \"\\u0041\xC0\" }', '{\"n\":2.0}', '{}', '{\"d\":1e3}')");
+  auto rows = db->allRows();
+  ASSERT_EQ(rows.size(), 1u);
+  const OrvantaEvent event = rows[0]->record();
+  const std::string r = "\xEF\xBF\xBD";
+  EXPECT_EQ(event.pushId, "tok" + r + "|||app");
+  EXPECT_EQ(event.name, "caf" + r);
+  EXPECT_EQ(event.createdAt, 1700000000.0);
+  EXPECT_EQ(event.additionalStringFields, (std::map<std::string, std::string>{{"k" + r, "A" + r}}));
+  EXPECT_EQ(event.additionalNumericFields, (std::map<std::string, std::int64_t>{{"n", 2}}));
+  EXPECT_EQ(event.additionalDateFields.at("d"), Date::sinceReferenceDate(1000.0));
+  std::string body;
+  EXPECT_NO_THROW(event.writeBody(body));
+}
+
+// The rows kept in memory are bounded: a long offline period does not grow the kit without
+// limit. Rows beyond the bound are read from the file at each call, the same rows all the same.
+TEST_F(DatabaseTest, TheRowsKeptInMemoryAreBounded) {
+  std::filesystem::create_directories(testPlatform().dataDirectory());
+  const std::size_t bound = 8 * 1024;
+  Database<OrvantaEvent> db(path(), bound);
+  std::vector<std::string> expected;
+  for (int i = 0; i < 200; ++i) {
+    auto event = makeEvent("e" + std::to_string(i), {{"i", i}});
+    expected.push_back(event.name);
+    db.add(event);
+    EXPECT_LE(db.cachedBytes(), bound);
+  }
+  EXPECT_GT(db.cachedRows(), 0u);
+  EXPECT_LT(db.cachedRows(), 200u);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(names(db.allRows()), expected);
+    EXPECT_LE(db.cachedBytes(), bound);
+  }
+  // The oldest rows are the ones kept; deleting them makes room for the next ones.
+  for (int i = 0; i < 50; ++i) {
+    db.deleteRows("eventName", "e" + std::to_string(i));
+  }
+  expected.erase(expected.begin(), expected.begin() + 50);
+  EXPECT_EQ(names(db.allRows()), expected);
+  EXPECT_GT(db.cachedRows(), 0u);
+  EXPECT_LE(db.cachedBytes(), bound);
+  EXPECT_LE(Database<OrvantaEvent>::kDefaultMaxCachedBytes, std::size_t{8} << 20);
 }
 
 TEST_F(DatabaseTest, OpeningFailsWhereNoFileCanBeMade) {
@@ -219,6 +278,30 @@ class NoDocuments : public port::FileLocations {
   std::string temporaryDirectory() override { return "/tmp"; }
 };
 
+// Every stored event carries the push token: the data folder, the database and its journal
+// files are readable by their owner only, whatever the process's umask.
+TEST_F(DatabaseTest, TheEventDatabaseIsPrivateToItsOwner) {
+  const mode_t previous = ::umask(022);
+  auto db = openEventDatabase(*platform()->fileLocations);
+  ASSERT_NE(db, nullptr);
+  db->add(makeEvent("private"));
+  EXPECT_EQ(modeOf(testPlatform().dataDirectory()), 0700u);
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    EXPECT_EQ(modeOf(path() + suffix), 0600u) << suffix;
+  }
+  db.reset();
+
+  // A database left readable by an earlier version is narrowed when it is opened.
+  ::chmod(path().c_str(), 0644);
+  ::chmod((path() + "-wal").c_str(), 0644);
+  auto reopened = openEventDatabase(*platform()->fileLocations);
+  ASSERT_NE(reopened, nullptr);
+  EXPECT_EQ(modeOf(path()), 0600u);
+  EXPECT_EQ(modeOf(path() + "-wal"), 0600u);
+  EXPECT_EQ(names(reopened->allRows()), std::vector<std::string>{"private"});
+  ::umask(previous);
+}
+
 TEST_F(DatabaseTest, WithoutDocumentsDirectoryTheKitUsesATemporaryDatabase) {
   enableLogging();
   auto db = openEventDatabase(*platform()->fileLocations);
@@ -229,7 +312,7 @@ TEST_F(DatabaseTest, WithoutDocumentsDirectoryTheKitUsesATemporaryDatabase) {
   EXPECT_EQ(urlForFileInDocumentsDirectory(noDocuments, "Orvanta.sqlite"), std::nullopt);
   auto temporary = openEventDatabase(noDocuments);
   ASSERT_NE(temporary, nullptr);
-  temporary->add(std::make_shared<const OrvantaEvent>(makeEvent("kept in memory")));
+  temporary->add(makeEvent("kept in memory"));
   EXPECT_EQ(temporary->allRows().size(), 1u);
   EXPECT_EQ(
       logSink()

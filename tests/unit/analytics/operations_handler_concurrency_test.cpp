@@ -1,0 +1,128 @@
+// The event queue with every thread it has at once: producers tracking and flushing, posts ending
+// on a thread of the service's own (and starting the next ones there), the deleter. Runs under
+// ThreadSanitizer.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "analytics/orvanta_analytics_operations_handler.hpp"
+#include "core/owned_thread.hpp"
+#include "testing/temporary_directory.hpp"
+
+namespace orvanta {
+namespace {
+
+/// Answers posts on its own thread, in arrival order: two of every three succeed.
+class AnsweringService : public EventsServiceProtocol {
+ public:
+  AnsweringService() : thread_("answering", [this] { run(); }) {}
+  ~AnsweringService() override {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+      wake_.notify_all();
+    }
+    thread_.join();
+  }
+
+  void addEvent(const OrvantaEvent& event, CompletionHandler<Void> handler) override {
+    std::lock_guard lock(mutex_);
+    pending_.emplace_back(event.uuidId, std::move(handler));
+    wake_.notify_all();
+  }
+
+  std::set<std::string> delivered() {
+    std::lock_guard lock(mutex_);
+    return delivered_;
+  }
+
+ private:
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+      wake_.wait(lock, [&] { return stopping_ || !pending_.empty(); });
+      if (pending_.empty()) {
+        return;
+      }
+      auto [uuid, handler] = std::move(pending_.front());
+      pending_.pop_front();
+      const bool success = ++answered_ % 3 != 0;
+      if (success) {
+        delivered_.insert(uuid);
+      }
+      lock.unlock();  // the handler starts the next post, which calls addEvent
+      if (success) {
+        handler.onNext();
+      } else {
+        handler.onError(Error::statusCode(503));
+      }
+      lock.lock();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::pair<std::string, CompletionHandler<Void>>> pending_;
+  std::set<std::string> delivered_;
+  unsigned answered_ = 0;
+  bool stopping_ = false;
+  OwnedThread thread_;
+};
+
+TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothing) {
+  testing::TemporaryDirectory root;
+  auto database = std::make_shared<Database<OrvantaEvent>>(root.file("events.sqlite"));
+  auto service = std::make_shared<AnsweringService>();
+  auto handler = OrvantaAnalyticsOperationsHandler::make({database, [service] { return service; }});
+
+  constexpr int kProducers = 3;
+  constexpr int kEvents = 60;
+  std::mutex trackedMutex;
+  std::set<std::string> tracked;
+  {
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p) {
+      producers.emplace_back([&, p] {
+        for (int i = 0; i < kEvents; ++i) {
+          auto event = std::make_shared<const OrvantaEvent>(
+              "token", "app", "p" + std::to_string(p) + "-" + std::to_string(i), 1.0 * i,
+              ValueMap{{"i", i}});
+          {
+            std::lock_guard lock(trackedMutex);
+            tracked.insert(event->uuidId);
+          }
+          handler->addEventToDatabase(event);
+          handler->postEventsFromDatabase();
+        }
+      });
+    }
+    for (auto& producer : producers) {
+      producer.join();
+    }
+  }
+
+  // Flush until every row is gone: each flush delivers two of three remaining rows at least.
+  for (int round = 0; round < 50; ++round) {
+    handler->waitUntilIdle();
+    if (database->allRows().empty()) {
+      break;
+    }
+    handler->postEventsFromDatabase();
+  }
+  handler->waitUntilIdle();
+  EXPECT_TRUE(database->allRows().empty());
+  EXPECT_EQ(service->delivered(), tracked);
+}
+
+}  // namespace
+}  // namespace orvanta
