@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "testing/fake_presenter.hpp"
 #include "testing/fake_web_engine.hpp"
 #include "testing/manual_main_queue.hpp"
 
@@ -33,29 +32,19 @@ class OrvantaWebViewControllerTest : public ::testing::Test {
   std::shared_ptr<FakeWebViewSurface> surface_;
 };
 
-TEST_F(OrvantaWebViewControllerTest, LoadsItsURLAndStartsInStepWithTheEngine) {
+TEST_F(OrvantaWebViewControllerTest, LoadsItsURLAndItsTitleAndProgressFollowThePage) {
   EXPECT_EQ(engine().loadedURLs(), std::vector<std::string>{"https://example.test/first"});
   // The surface's buttons start enabled; nothing in the history yet, so both are switched off.
   EXPECT_FALSE(surface_->backEnabled());
   EXPECT_FALSE(surface_->forwardEnabled());
   EXPECT_EQ(surface_->title(), std::nullopt);
-  EXPECT_EQ(surface_->progress(), 0.0);
-  for (auto property : {WebEngineProperty::title, WebEngineProperty::estimatedProgress,
-                        WebEngineProperty::canGoBack, WebEngineProperty::canGoForward}) {
-    EXPECT_EQ(engine().observerCount(property), 1u);
-  }
-}
 
-TEST_F(OrvantaWebViewControllerTest, TitleAndProgressFollowThePage) {
   engine().setProgress(0.25);
   EXPECT_EQ(surface_->progress(), 0.25);
   engine().setProgress(1.7);  // an engine overshooting still draws a full bar, no more
   EXPECT_EQ(surface_->progress(), 1.0);
-
   engine().finishLoading("First page");
   EXPECT_EQ(surface_->title(), "First page");
-  engine().setTitle("First page (2 unread)");
-  EXPECT_EQ(surface_->title(), "First page (2 unread)");
   engine().setTitle(std::nullopt);
   EXPECT_EQ(surface_->title(), std::nullopt);
 }
@@ -111,23 +100,6 @@ TEST_F(OrvantaWebViewControllerTest, AClosePressedAfterTheSurfaceIsGoneDoesNothi
   surface_.reset();
   EXPECT_EQ(mainQueue_->runUntilIdle(), 1u);
   controller_->backToolbarButtonPressed();  // no surface, no engine: nothing to do
-}
-
-TEST(OrvantaWebViewControllerPresentationTest, APresenterBuildsTheSurfaceAndTheScreenLoads) {
-  auto mainQueue = std::make_shared<testing::ManualMainQueue>();
-  testing::RecordingPresenter presenter;
-  auto root = testing::FakeScreen::plain("root");
-  auto controller = std::make_shared<OrvantaWebViewController>(
-      "https://example.test/offer", OrvantaWebViewController::Dependencies{mainQueue});
-  presenter.presentWebViewScreen(root, controller, true);
-
-  ASSERT_EQ(presenter.webViews().size(), 1u);
-  const auto& shown = presenter.webViews()[0];
-  EXPECT_EQ(shown.on, root);
-  EXPECT_EQ(shown.surface->engine().loadedURLs(),
-            std::vector<std::string>{"https://example.test/offer"});
-  shown.surface->engine().finishLoading("Offer");
-  EXPECT_EQ(shown.surface->title(), "Offer");
 }
 
 }  // namespace
