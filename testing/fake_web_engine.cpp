@@ -127,11 +127,6 @@ void FakeWebEngine::notify(port::WebEngineProperty property) {
 FakeWebViewSurface::FakeWebViewSurface(std::shared_ptr<port::WebViewScreen> screen)
     : screen_(std::move(screen)) {}
 
-void FakeWebViewSurface::setTitle(const std::optional<std::string>& title) {
-  title_ = title;
-  titles_.push_back(title);
-}
-
 void FakeWebViewSurface::dismiss(bool animated) {
   ++dismissCount_;
   lastDismissAnimated_ = animated;

@@ -74,7 +74,7 @@ class FakeWebViewSurface : public port::WebViewSurface {
   explicit FakeWebViewSurface(std::shared_ptr<port::WebViewScreen> screen = nullptr);
 
   port::WebEngine& webEngine() override { return engine_; }
-  void setTitle(const std::optional<std::string>& title) override;
+  void setTitle(const std::optional<std::string>& title) override { title_ = title; }
   void setProgress(double progress) override { progress_ = progress; }
   void setBackButtonEnabled(bool enabled) override { backEnabled_ = enabled; }
   void setForwardButtonEnabled(bool enabled) override { forwardEnabled_ = enabled; }
@@ -83,14 +83,11 @@ class FakeWebViewSurface : public port::WebViewSurface {
 
   FakeWebEngine& engine() { return engine_; }
   const std::optional<std::string>& title() const { return title_; }
-  /// Every title set, in order.
-  const std::vector<std::optional<std::string>>& titles() const { return titles_; }
   double progress() const { return progress_; }
   bool backEnabled() const { return backEnabled_; }
   bool forwardEnabled() const { return forwardEnabled_; }
   std::size_t dismissCount() const { return dismissCount_; }
   bool lastDismissAnimated() const { return lastDismissAnimated_; }
-  const std::shared_ptr<port::WebViewScreen>& screen() const { return screen_; }
 
   void pressClose();
   /// False (and nothing reported) while the button is disabled.
@@ -101,7 +98,6 @@ class FakeWebViewSurface : public port::WebViewSurface {
   FakeWebEngine engine_;
   std::shared_ptr<port::WebViewScreen> screen_;
   std::optional<std::string> title_;
-  std::vector<std::optional<std::string>> titles_;
   double progress_ = 0;
   // A platform button starts out enabled until told otherwise.
   bool backEnabled_ = true;
