@@ -11,10 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "desktop_test_support.hpp"
 #include "linux/gio/gio_notification_center.hpp"
 #include "testing/dbus/fake_notification_server.hpp"
 #include "testing/dbus/private_session_bus.hpp"
+#include "testing/inbox.hpp"
 #include "testing/platform_test.hpp"
 
 namespace orvanta {

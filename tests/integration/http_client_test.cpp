@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include <thread>
 
 #include "linux/curl_http_client.hpp"
+#include "testing/inbox.hpp"
 #include "testing/loopback_http_server.hpp"
 #include "testing/loopback_tcp_server.hpp"
 #include "testing/temporary_directory.hpp"
@@ -29,6 +29,7 @@ using linux_platform::makeCurlHttpClient;
 using port::DataTaskResult;
 using port::DownloadTaskResult;
 using port::HttpRequest;
+using testing::currentThreadName;
 using ::testing::HasSubstr;
 using testing::LoopbackHttpServer;
 using testing::LoopbackRequest;
@@ -42,12 +43,6 @@ HttpRequest get(std::string url, std::chrono::milliseconds timeout = std::chrono
   request.url = std::move(url);
   request.timeout = timeout;
   return request;
-}
-
-std::string currentThreadName() {
-  char name[32] = {};
-  pthread_getname_np(pthread_self(), name, sizeof name);
-  return name;
 }
 
 /// Runs one data task to its end and reports where its completion ran.

@@ -46,32 +46,8 @@ TEST_F(FaultTest, StatusFaultsAnswerWithoutStoringForTheirCountOrUntilCleared) {
   EXPECT_EQ(sandbox->events().at(0).deliveries, 1);
 }
 
-TEST_F(FaultTest, SuccessStatusesAndContentTypeChangeOnlyTheAnswer) {
-  sandbox->setFault(Endpoint::devices, Fault{.status = 200, .addContentType = true});
-  HttpAnswer answer = postDevice();
-  EXPECT_EQ(answer.status, 200);
-  EXPECT_TRUE(answer.body.empty());
-  EXPECT_EQ(answer.header("content-type"), "application/json");
-  EXPECT_EQ(sandbox->device("user-1")->registrations, 1);
-
-  sandbox->setFault(Endpoint::reports, Fault{.addContentType = true, .count = 1});
-  answer = post("pushes/p-1/reports", validReport("p-1"));
-  EXPECT_EQ(answer.status, 204);
-  EXPECT_EQ(answer.header("content-type"), "application/json");
-  answer = post("pushes/p-1/reports", validReport("p-1"));
-  EXPECT_FALSE(answer.hasHeader("content-type"));
-  EXPECT_EQ(sandbox->reports().at(0).deliveries, 2);
-}
-
-TEST_F(FaultTest, DroppedConnectionsGetNoAnswer) {
-  sandbox->setFault(Endpoint::event, Fault{.drop = true, .count = 1});
-  const HttpAnswer answer = postEvent();
-  EXPECT_EQ(answer.error, CURLE_GOT_NOTHING);
-  EXPECT_EQ(sandbox->eventCount(), 0U);
-  EXPECT_EQ(sandbox->requests().back().status, 0);
-  EXPECT_EQ(postEvent().status, 201);
-}
-
+// A content type added to a success, and a dropped connection, are the console test's
+// (LastPushesAndFaultsAreSetOverHttp) and the kit's services test's (EmptyAnswersAreDemanded...).
 TEST_F(FaultTest, DelaysHoldOnlyTheirOwnConnectionAndEndWhenClearedOrStopped) {
   sandbox->setFault(Endpoint::event, Fault{.delay = 150ms, .count = 1});
   const auto before = std::chrono::steady_clock::now();
