@@ -1,9 +1,5 @@
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -94,18 +90,6 @@ void expectWorking(port::HttpClient& client, const LoopbackHttpServer& server) {
   EXPECT_EQ(fetched.result.response->statusCode, 200);
 }
 
-int closedPort() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
-
 TEST(HttpClientTest, SendsTheRequestAsGivenAndHandsBackTheFinalAnswer) {
   LoopbackHttpServer server([](const LoopbackRequest&) {
     return LoopbackResponse{201, {{"X-Answer", "yes"}, {"Content-Type", "text/plain"}}, "made"};
@@ -163,9 +147,9 @@ TEST(HttpClientTest, BadServersEndInClearErrorsAndTheClientKeepsWorking) {
   LoopbackHttpServer good;
   auto client = makeCurlHttpClient();
 
+  const auto closedPort = [] { return LoopbackHttpServer().port(); }();
   expectTransportError(
-      fetch(*client, get("http://127.0.0.1:" + std::to_string(closedPort()) + "/")).result,
-      "onnect");
+      fetch(*client, get("http://127.0.0.1:" + std::to_string(closedPort) + "/")).result, "onnect");
   expectWorking(*client, good);
 
   {
