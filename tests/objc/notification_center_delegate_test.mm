@@ -76,8 +76,9 @@ class NotificationCenterDelegateInterception : public InterceptionTest {
                      {std::string("host ") + host + " will present", "completion 1"});
       receive.insert(receive.end(), {std::string("host ") + host + " did receive", "completion"});
     }
-    EXPECT_THAT(presentNotification(on, "n1"), ElementsAreArray(present)) << host;
-    EXPECT_THAT(deliverResponse(on, "n1", "open"), ElementsAreArray(receive)) << host;
+    const char* shape = host != nullptr ? host : "no host callbacks";
+    EXPECT_THAT(presentNotification(on, "n1"), ElementsAreArray(present)) << shape;
+    EXPECT_THAT(deliverResponse(on, "n1", "open"), ElementsAreArray(receive)) << shape;
   }
 
   TestNotificationCenter* center = [[TestNotificationCenter alloc] init];
