@@ -31,9 +31,18 @@ void CapturingLogSink::clear() {
   lines_.clear();
 }
 
-bool CapturingLogSink::waitForLines(std::size_t count, std::chrono::milliseconds timeout) {
+std::size_t CapturingLogSink::countContaining(std::string_view text) const {
+  std::size_t count = 0;
+  for (const auto& line : lines_) {
+    count += line.find(text) != std::string::npos ? 1 : 0;
+  }
+  return count;
+}
+
+bool CapturingLogSink::waitForLines(std::size_t count, std::chrono::milliseconds timeout,
+                                    std::string_view text) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, timeout, [&] { return lines_.size() >= count; });
+  return changed_.wait_for(lock, timeout, [&] { return countContaining(text) >= count; });
 }
 
 }  // namespace orvanta::testing

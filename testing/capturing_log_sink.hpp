@@ -22,10 +22,13 @@ class CapturingLogSink : public port::LogSink {
   /// Lines containing `text`.
   std::vector<std::string> linesContaining(std::string_view text) const;
   void clear();
-  /// Waits until at least `count` lines have been written; false on time-out.
-  bool waitForLines(std::size_t count, std::chrono::milliseconds timeout);
+  /// Waits until at least `count` lines containing `text` have been written; false on time-out.
+  bool waitForLines(std::size_t count, std::chrono::milliseconds timeout,
+                    std::string_view text = {});
 
  private:
+  std::size_t countContaining(std::string_view text) const;
+
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<std::string> lines_;

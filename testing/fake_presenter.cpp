@@ -43,20 +43,4 @@ bool RecordingPresenter::press(std::size_t alertIndex, std::size_t buttonIndex) 
   return true;
 }
 
-bool RecordingPresenter::press(const std::string& title) {
-  for (std::size_t a = alerts_.size(); a-- > 0;) {
-    if (!alerts_[a].open) {
-      continue;
-    }
-    const auto& buttons = alerts_[a].alert.buttons;
-    for (std::size_t b = 0; b < buttons.size(); ++b) {
-      if (buttons[b].title == title) {
-        return press(a, b);
-      }
-    }
-    return false;
-  }
-  return false;
-}
-
 }  // namespace orvanta::testing

@@ -83,8 +83,6 @@ class RecordingPresenter : public port::Presenter {
   /// Presses button `buttonIndex` of alert `alertIndex`: the alert closes, then the handler runs.
   /// False (nothing run) when there is no such button or the alert is already closed.
   bool press(std::size_t alertIndex, std::size_t buttonIndex);
-  /// Presses the first button titled `title` on the last open alert.
-  bool press(const std::string& title);
 
  private:
   std::vector<PresentedAlert> alerts_;

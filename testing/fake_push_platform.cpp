@@ -27,12 +27,8 @@ void RecordingNotificationCenter::setNotificationCategories(
   installed_.push_back(std::move(categories));
 }
 
-void RecordingNotificationCenter::add(port::NotificationRequest request,
+void RecordingNotificationCenter::add(port::NotificationRequest,
                                       std::function<void(std::optional<Error>)> completion) {
-  {
-    std::lock_guard lock(mutex_);
-    added_.push_back(std::move(request));
-  }
   if (completion) {
     queue_->async([completion = std::move(completion)] { completion(std::nullopt); });
   }
@@ -60,11 +56,6 @@ RecordingNotificationCenter::installedCategories() const {
   return installed_;
 }
 
-std::vector<port::NotificationRequest> RecordingNotificationCenter::added() const {
-  std::lock_guard lock(mutex_);
-  return added_;
-}
-
 void RecordingApplication::registerForRemoteNotifications() {
   std::lock_guard lock(mutex_);
   ++registrations_;
@@ -78,7 +69,7 @@ void RecordingApplication::unregisterForRemoteNotifications() {
 bool RecordingApplication::canOpenURL(const std::string& url) {
   auto components = parseUriReference(url);
   return components && components->scheme &&
-         openableSchemes_.count(std::string(*components->scheme)) > 0;
+         (*components->scheme == "https" || *components->scheme == "myapp");
 }
 
 void RecordingApplication::open(const std::string& url) {
@@ -86,10 +77,7 @@ void RecordingApplication::open(const std::string& url) {
   opened_.push_back(url);
 }
 
-void RecordingApplication::setDelegate(std::weak_ptr<port::ApplicationDelegate> delegate) {
-  std::lock_guard lock(mutex_);
-  delegate_ = std::move(delegate);
-}
+void RecordingApplication::setDelegate(std::weak_ptr<port::ApplicationDelegate>) {}
 
 int RecordingApplication::registrations() const {
   std::lock_guard lock(mutex_);
@@ -104,11 +92,6 @@ int RecordingApplication::unregistrations() const {
 std::vector<std::string> RecordingApplication::opened() const {
   std::lock_guard lock(mutex_);
   return opened_;
-}
-
-std::shared_ptr<port::ApplicationDelegate> RecordingApplication::delegate() const {
-  std::lock_guard lock(mutex_);
-  return delegate_.lock();
 }
 
 void RecordingPushesService::report(const OrvantaNotificationStatus& status,

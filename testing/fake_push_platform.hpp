@@ -6,7 +6,6 @@
 
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -36,7 +35,6 @@ class RecordingNotificationCenter : public port::NotificationCenter {
   std::vector<port::AuthorizationOptions> authorizationRequests() const;
   /// Each set of categories installed, in order.
   std::vector<std::vector<port::NotificationCategory>> installedCategories() const;
-  std::vector<port::NotificationRequest> added() const;
 
  private:
   std::shared_ptr<port::MainQueue> queue_;
@@ -44,16 +42,12 @@ class RecordingNotificationCenter : public port::NotificationCenter {
   mutable std::mutex mutex_;
   std::vector<port::AuthorizationOptions> authorizationRequests_;
   std::vector<std::vector<port::NotificationCategory>> installed_;
-  std::vector<port::NotificationRequest> added_;
   std::weak_ptr<port::NotificationCenterDelegate> delegate_;
 };
 
 class RecordingApplication : public port::Application {
  public:
-  /// URLs of these schemes can be opened.
-  explicit RecordingApplication(std::set<std::string> openableSchemes = {"https", "myapp"})
-      : openableSchemes_(std::move(openableSchemes)) {}
-
+  // URLs of the schemes "https" and "myapp" can be opened.
   void registerForRemoteNotifications() override;
   void unregisterForRemoteNotifications() override;
   bool canOpenURL(const std::string& url) override;
@@ -63,15 +57,12 @@ class RecordingApplication : public port::Application {
   int registrations() const;
   int unregistrations() const;
   std::vector<std::string> opened() const;
-  std::shared_ptr<port::ApplicationDelegate> delegate() const;
 
  private:
-  std::set<std::string> openableSchemes_;
   mutable std::mutex mutex_;
   int registrations_ = 0;
   int unregistrations_ = 0;
   std::vector<std::string> opened_;
-  std::weak_ptr<port::ApplicationDelegate> delegate_;
 };
 
 /// Keeps each status it is asked to report; answers success at once.

@@ -1,13 +1,23 @@
 #pragma once
 
+#include <pthread.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
 namespace orvanta::testing {
+
+/// The name of the calling thread, to tell where a callback ran.
+inline std::string currentThreadName() {
+  char name[16] = {};
+  pthread_getname_np(pthread_self(), name, sizeof name);
+  return name;
+}
 
 /// Values that callbacks hand over from other threads, with a wait for the count to reach N.
 template <class T>

@@ -7,11 +7,11 @@
 #include <condition_variable>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
+
+#include "testing/temporary_directory.hpp"
 
 namespace orvanta::testing {
 
@@ -22,9 +22,9 @@ struct LoopbackHttpServer::Impl {
   std::string certificatePem;  // MHD keeps pointers to these
   std::string privateKeyPem;
 
+  Handler handler;  // set before the daemon starts, never changed
   mutable std::mutex mutex;
   mutable std::condition_variable changed;
-  Handler handler;
   std::vector<LoopbackRequest> requests;
   std::size_t connections = 0;
   bool stopping = false;
@@ -59,14 +59,12 @@ MHD_Result onRequest(void* cls, MHD_Connection* connection, const char* url, con
     return MHD_YES;
   }
 
-  LoopbackHttpServer::Handler handler;
   {
     std::lock_guard lock(impl->mutex);
     impl->requests.push_back(*request);
-    handler = impl->handler;
   }
   impl->changed.notify_all();
-  LoopbackResponse answer = handler ? handler(*request) : LoopbackResponse{};
+  LoopbackResponse answer = impl->handler ? impl->handler(*request) : LoopbackResponse{};
   if (answer.delay.count() > 0) {
     std::unique_lock lock(impl->mutex);
     impl->changed.wait_for(lock, answer.delay, [impl] { return impl->stopping; });
@@ -101,16 +99,6 @@ void onConnection(void* cls, MHD_Connection*, void**, MHD_ConnectionNotification
     ++impl->connections;
   }
   impl->changed.notify_all();
-}
-
-std::string readWholeFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    throw std::runtime_error("cannot read " + path);
-  }
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 std::filesystem::path tlsDataFolder() {
@@ -178,11 +166,6 @@ std::string LoopbackHttpServer::url(const std::string& path) const {
   return baseUrl() + path;
 }
 
-void LoopbackHttpServer::setHandler(Handler handler) {
-  std::lock_guard lock(impl_->mutex);
-  impl_->handler = std::move(handler);
-}
-
 std::vector<LoopbackRequest> LoopbackHttpServer::requests() const {
   std::lock_guard lock(impl_->mutex);
   return impl_->requests;
@@ -207,12 +190,9 @@ std::string loopbackCertificateFile() {
   return (tlsDataFolder() / "loopback-cert.pem").string();
 }
 
-std::string loopbackPrivateKeyFile() {
-  return (tlsDataFolder() / "loopback-key.pem").string();
-}
-
 LoopbackTlsIdentity loopbackTlsIdentity() {
-  return {readWholeFile(loopbackCertificateFile()), readWholeFile(loopbackPrivateKeyFile())};
+  return {readFile(loopbackCertificateFile()),
+          readFile((tlsDataFolder() / "loopback-key.pem").string())};
 }
 
 }  // namespace orvanta::testing

@@ -62,8 +62,6 @@ class LoopbackHttpServer {
   /// baseUrl() + path; `path` starts with "/".
   std::string url(const std::string& path) const;
 
-  void setHandler(Handler handler);
-
   /// Requests received so far, in arrival order.
   std::vector<LoopbackRequest> requests() const;
   std::size_t requestCount() const;
@@ -81,7 +79,6 @@ class LoopbackHttpServer {
 
 /// The self-signed certificate (for 127.0.0.1 and localhost) and key kept in tests/data/tls.
 std::string loopbackCertificateFile();
-std::string loopbackPrivateKeyFile();
 LoopbackTlsIdentity loopbackTlsIdentity();
 
 }  // namespace orvanta::testing

@@ -29,7 +29,6 @@ struct LoopbackTcpServer::Impl {
   mutable std::mutex mutex;
   mutable std::condition_variable changed;
   std::vector<std::thread> connections;
-  std::size_t accepted = 0;
   std::size_t requests = 0;
 
   explicit Impl(Behaviour b) : behaviour(b) {}
@@ -151,7 +150,6 @@ struct LoopbackTcpServer::Impl {
         continue;
       }
       std::lock_guard lock(mutex);
-      ++accepted;
       connections.emplace_back([this, fd] { serve(fd); });
     }
   }
@@ -202,16 +200,6 @@ std::uint16_t LoopbackTcpServer::port() const {
 
 std::string LoopbackTcpServer::url(const std::string& path) const {
   return "http://127.0.0.1:" + std::to_string(impl_->port) + path;
-}
-
-std::size_t LoopbackTcpServer::connectionCount() const {
-  std::lock_guard lock(impl_->mutex);
-  return impl_->accepted;
-}
-
-std::size_t LoopbackTcpServer::requestCount() const {
-  std::lock_guard lock(impl_->mutex);
-  return impl_->requests;
 }
 
 bool LoopbackTcpServer::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {

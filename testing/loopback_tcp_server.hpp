@@ -29,10 +29,6 @@ class LoopbackTcpServer {
   /// "http://127.0.0.1:PORT" + path; `path` starts with "/".
   std::string url(const std::string& path) const;
 
-  /// Connections accepted so far.
-  std::size_t connectionCount() const;
-  /// Requests whose head was read completely.
-  std::size_t requestCount() const;
   /// Waits until `count` request heads have been read; false if that took longer than `limit`.
   bool waitForRequests(std::size_t count,
                        std::chrono::milliseconds limit = std::chrono::seconds(10)) const;

@@ -120,19 +120,4 @@ std::size_t ManualMainQueue::pendingCount() const {
   return count;
 }
 
-std::chrono::milliseconds ManualMainQueue::elapsed() const {
-  std::lock_guard lock(mutex_);
-  return now_;
-}
-
-std::optional<std::chrono::milliseconds> ManualMainQueue::nextDueIn() const {
-  std::lock_guard lock(mutex_);
-  for (const auto& [key, item] : items_) {
-    if (!item.token || !item.token->isCancelled()) {
-      return key.first - now_;
-    }
-  }
-  return std::nullopt;
-}
-
 }  // namespace orvanta::testing

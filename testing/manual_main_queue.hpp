@@ -37,10 +37,6 @@ class ManualMainQueue : public port::MainQueue {
 
   /// Items waiting, cancelled ones excluded.
   std::size_t pendingCount() const;
-  /// Virtual time elapsed since creation.
-  std::chrono::milliseconds elapsed() const;
-  /// Delay until the earliest waiting item, if any.
-  std::optional<std::chrono::milliseconds> nextDueIn() const;
 
  private:
   class Token;

@@ -76,9 +76,7 @@ TestPlatform::TestPlatform(TestPlatformOptions options)
     manualQueue_ = std::make_shared<ManualMainQueue>(clock_);
     queue = manualQueue_;
   }
-  if (!options_.httpClient) {
-    options_.httpClient = std::make_shared<LazyHttpClient>();
-  }
+  httpClient_ = std::make_shared<LazyHttpClient>();
   platform_ = build(queue);
   lifecycle_ = std::static_pointer_cast<HostLifecycle>(platform_->lifecycle);
 }
@@ -101,7 +99,7 @@ std::shared_ptr<Platform> TestPlatform::build(const std::shared_ptr<port::MainQu
   platform->fileLocations = std::make_shared<XdgFileLocations>(dataDirectory());
   platform->lifecycle = std::make_shared<HostLifecycle>(queue, options_.backgroundTaskBudget);
   platform->deviceInfo = std::make_shared<LinuxDeviceInfo>();
-  platform->httpClient = options_.httpClient;
+  platform->httpClient = httpClient_;
   platform->notificationCenter =
       std::make_shared<HeadlessNotificationCenter>(queue, "no notification centre in this test");
   platform->application =

@@ -22,8 +22,6 @@ namespace orvanta::testing {
 struct TestPlatformOptions {
   /// Run main-queue work on a real thread ("orvanta-main") instead of the manual queue.
   bool threadedMainQueue = false;
-  /// The HTTP client; default: the libcurl client, created on the first request.
-  std::shared_ptr<port::HttpClient> httpClient;
   std::chrono::milliseconds backgroundTaskBudget{30'000};
   /// The language of the kit's texts; English by default, whatever the machine's locale.
   std::vector<std::string> languages;
@@ -33,10 +31,11 @@ struct TestPlatformOptions {
 };
 
 /// A complete Linux platform rooted in a fresh temporary folder, with a manual clock, a manual main
-/// queue (unless asked otherwise) and a log sink that keeps the lines. Files: "<root>/bundle" (the
-/// host's bundle, for "OrvantaConfig.plist"), "<root>/data" (documents), "<root>/data/keystore"
-/// (secure store), "<root>/config/preferences.json"; the kit's string tables come from the source
-/// tree's resources folder. `install()` makes it the process's platform.
+/// queue (unless asked otherwise), the libcurl client (started on the first request), texts in
+/// English whatever the machine's locale, and a log sink that keeps the lines. Files:
+/// "<root>/bundle" (the host's bundle, for "OrvantaConfig.plist"), "<root>/data" (documents),
+/// "<root>/data/keystore" (secure store), "<root>/config/preferences.json"; the kit's string tables
+/// come from the source tree's resources folder. `install()` makes it the process's platform.
 class TestPlatform {
  public:
   explicit TestPlatform(TestPlatformOptions options = {});
@@ -71,6 +70,7 @@ class TestPlatform {
   std::shared_ptr<CapturingLogSink> logSink_;
   std::shared_ptr<HostLifecycle> lifecycle_;
   std::shared_ptr<Platform> platform_;
+  std::shared_ptr<port::HttpClient> httpClient_;
 };
 
 /// GoogleTest fixture: each test runs on a fresh `TestPlatform`, installed in `SetUp` and replaced

@@ -51,10 +51,7 @@ std::optional<Result<T>> await(const Future<T>& future) {
 /// Lines of `sink` that contain `text`, waiting until there are at least `count` of them.
 inline std::vector<std::string> awaitLinesContaining(CapturingLogSink& sink,
                                                      const std::string& text, std::size_t count) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (sink.linesContaining(text).size() < count && std::chrono::steady_clock::now() < deadline) {
-    sink.waitForLines(sink.lines().size() + 1, std::chrono::milliseconds(500));
-  }
+  sink.waitForLines(count, kPatience, text);
   return sink.linesContaining(text);
 }
 

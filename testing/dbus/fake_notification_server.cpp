@@ -30,15 +30,6 @@ constexpr const char* kIntrospection = R"(
       <arg direction="in" type="i" name="expire_timeout"/>
       <arg direction="out" type="u" name="id"/>
     </method>
-    <method name="CloseNotification">
-      <arg direction="in" type="u" name="id"/>
-    </method>
-    <method name="GetServerInformation">
-      <arg direction="out" type="s" name="name"/>
-      <arg direction="out" type="s" name="vendor"/>
-      <arg direction="out" type="s" name="version"/>
-      <arg direction="out" type="s" name="spec_version"/>
-    </method>
     <signal name="NotificationClosed">
       <arg type="u" name="id"/>
       <arg type="u" name="reason"/>
@@ -145,19 +136,6 @@ struct FakeNotificationServer::Impl {
                                             g_variant_new("(@as)", g_variant_builder_end(&list)));
     } else if (name == "Notify") {
       self->notify(parameters, invocation);
-    } else if (name == "CloseNotification") {
-      std::uint32_t id = 0;
-      g_variant_get(parameters, "(u)", &id);
-      g_dbus_method_invocation_return_value(invocation, nullptr);
-      {
-        std::lock_guard lock(self->mutex);
-        self->closeRequests.push_back(id);
-      }
-      self->emit("NotificationClosed", g_variant_new("(uu)", id, 3u));
-      self->changed.notify_all();
-    } else if (name == "GetServerInformation") {
-      g_dbus_method_invocation_return_value(
-          invocation, g_variant_new("(ssss)", "orvanta-fake", "orvanta", "1", "1.2"));
     } else {
       g_dbus_method_invocation_return_dbus_error(
           invocation, "org.freedesktop.DBus.Error.UnknownMethod", "unknown method");
@@ -175,7 +153,6 @@ struct FakeNotificationServer::Impl {
     g_variant_get(parameters, "(&su&s&s&s^as@a{sv}i)", &appName, &record.replacesId, &appIcon,
                   &summary, &body, &actions, &hints, &record.expireTimeout);
     record.appName = appName;
-    record.appIcon = appIcon;
     record.summary = summary;
     record.body = body;
     for (gchar** action = actions; *action != nullptr; ++action) {
@@ -232,7 +209,6 @@ struct FakeNotificationServer::Impl {
   std::uint32_t nextId = 1;
   std::vector<RecordedNotification> recorded;
   std::size_t capabilityRequests = 0;
-  std::vector<std::uint32_t> closeRequests;
 
   linux_platform::GlibLoopThread loop;  // last: stops before the rest goes
 };
@@ -283,11 +259,6 @@ bool FakeNotificationServer::waitForNotifications(std::size_t count,
 std::size_t FakeNotificationServer::capabilityRequests() const {
   std::lock_guard lock(impl_->mutex);
   return impl_->capabilityRequests;
-}
-
-std::vector<std::uint32_t> FakeNotificationServer::closeRequests() const {
-  std::lock_guard lock(impl_->mutex);
-  return impl_->closeRequests;
 }
 
 void FakeNotificationServer::emitActionInvoked(std::uint32_t id, const std::string& key) {

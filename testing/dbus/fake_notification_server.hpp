@@ -18,7 +18,6 @@ struct RecordedNotification {
   std::uint32_t id = 0;  ///< the id the server answered
   std::string appName;
   std::uint32_t replacesId = 0;
-  std::string appIcon;
   std::string summary;
   std::string body;
   std::vector<std::string> actions;  ///< key, label, key, label...
@@ -28,11 +27,11 @@ struct RecordedNotification {
 };
 
 /// A desktop notification server of our own (org.freedesktop.Notifications at
-/// /org/freedesktop/Notifications) on a bus the test started. It records Notify and
-/// CloseNotification calls, answers GetCapabilities with the capabilities it was given, numbers
-/// notifications from 1 (a Notify that replaces a known id keeps it), and emits ActionInvoked and
-/// NotificationClosed when the test asks. Its D-Bus work runs on a thread of its own,
-/// "orvanta-fake-ns"; every member may be called from any thread.
+/// /org/freedesktop/Notifications) on a bus the test started. It records Notify calls, answers
+/// GetCapabilities with the capabilities it was given, numbers notifications from 1 (a Notify that
+/// replaces a known id keeps it), and emits ActionInvoked and NotificationClosed when the test
+/// asks. Its D-Bus work runs on a thread of its own, "orvanta-fake-ns"; every member may be called
+/// from any thread.
 ///
 /// A Notify call is recorded after its answer was sent, so a signal emitted once the test saw the
 /// record reaches clients after that answer, as with a real server.
@@ -62,8 +61,6 @@ class FakeNotificationServer {
                             std::chrono::milliseconds timeout = kWaitTimeout) const;
   /// How many GetCapabilities calls were answered.
   std::size_t capabilityRequests() const;
-  /// The ids of the CloseNotification calls received, in order.
-  std::vector<std::uint32_t> closeRequests() const;
 
   /// Emits ActionInvoked(id, key), as when the user chose an action ("default": the body).
   void emitActionInvoked(std::uint32_t id, const std::string& key);

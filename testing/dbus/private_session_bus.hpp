@@ -1,10 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <memory>
 #include <string>
 
+#include "testing/child_process.hpp"
 #include "testing/temporary_directory.hpp"
 
 namespace orvanta::testing {
@@ -20,9 +19,6 @@ namespace orvanta::testing {
 class PrivateSessionBus {
  public:
   PrivateSessionBus();
-  ~PrivateSessionBus();
-  PrivateSessionBus(const PrivateSessionBus&) = delete;
-  PrivateSessionBus& operator=(const PrivateSessionBus&) = delete;
 
   bool started() const { return !address_.empty(); }
   /// Why the daemon did not start (its own messages included); empty once started.
@@ -33,11 +29,8 @@ class PrivateSessionBus {
   const TemporaryDirectory& directory() const { return *directory_; }
 
  private:
-  void start();
-  void stopDaemon();
-
   std::unique_ptr<TemporaryDirectory> directory_;
-  pid_t pid_ = -1;
+  std::unique_ptr<ChildServer> daemon_;  // after the folder: ends first
   std::string address_;
   std::string failure_;
 };

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "linux/gio/gio_application.hpp"
+#include "testing/child_process.hpp"
 #include "testing/platform_test.hpp"
 #include "testing/temporary_directory.hpp"
 
@@ -74,30 +74,12 @@ class PrivateDesktop : public ::testing::Environment {
     ::testing::AddGlobalTestEnvironment(new PrivateDesktop());
 
 // The next line the handler writes into the pipe; empty on time-out.
-std::string readOpenedUrl(std::chrono::milliseconds timeout = std::chrono::milliseconds(20'000)) {
+std::string readOpenedUrl() {
   const int fd = ::open(PrivateDesktop::pipePath().c_str(), O_RDONLY | O_NONBLOCK);
-  if (fd < 0) {
-    return "";
-  }
-  std::string text;
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (text.find('\n') == std::string::npos) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    pollfd entry{fd, POLLIN, 0};
-    if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0) {
-      break;
-    }
-    char buffer[256];
-    const ssize_t count = ::read(fd, buffer, sizeof buffer);
-    if (count > 0) {
-      text.append(buffer, static_cast<std::size_t>(count));
-    } else if (count == 0 && (entry.revents & POLLHUP) != 0) {
-      break;
-    }
-  }
+  const auto line =
+      testing::readLine(fd, std::chrono::steady_clock::now() + std::chrono::seconds(20));
   ::close(fd);
-  return text.substr(0, text.find('\n'));
+  return line.value_or("");
 }
 
 class RecordingApplicationDelegate : public port::ApplicationDelegate {

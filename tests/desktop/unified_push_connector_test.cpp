@@ -89,38 +89,25 @@ TEST_F(UnifiedPushConnectorTest, EveryFailureSaysWhy) {
     std::string applicationId;
     const char* expected;
   };
+  const std::string app = testing::kTestApplicationId;
+  // clang-format off
   const std::vector<Case> cases = {
-      {"no distributor",
-       {},
-       "",
-       testing::kTestApplicationId,
-       "No push distributor on the session D-Bus"},
-      {"a refusal",
-       {{.refuseReason = "not today"}},
-       "",
-       testing::kTestApplicationId,
+      {"no distributor", {}, "", app, "No push distributor on the session D-Bus"},
+      {"a refusal", {{.refuseReason = "not today"}}, "", app,
        "The push distributor org.unifiedpush.Distributor.orvanta refused the registration: not "
        "today"},
-      {"a refusal through Distributor1",
-       {{.refuseReason = "full", .offerVersion2 = false}},
-       "",
-       testing::kTestApplicationId,
-       "refused the registration: full"},
-      {"the chosen one is missing",
-       {{}},
-       "elsewhere",
-       testing::kTestApplicationId,
+      {"a refusal through Distributor1", {{.refuseReason = "full", .offerVersion2 = false}}, "",
+       app, "refused the registration: full"},
+      {"the chosen one is missing", {{}}, "elsewhere", app,
        "The chosen push distributor org.unifiedpush.Distributor.elsewhere is not on the session "
        "D-Bus"},
-      {"several, none chosen",
-       {{.name = "one"}, {.name = "two"}},
-       "",
-       testing::kTestApplicationId,
+      {"several, none chosen", {{.name = "one"}, {.name = "two"}}, "", app,
        "Several push distributors on the session D-Bus (org.unifiedpush.Distributor.one, "
        "org.unifiedpush.Distributor.two): choose one with ORVANTA_PUSH_DISTRIBUTOR"},
       {"no application id", {{}}, "", "", "No application id"},
       {"an application id that is no bus name", {{}}, "", "shop", "is not a reverse-DNS name"},
   };
+  // clang-format on
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     testing::PrivateSessionBus bus;

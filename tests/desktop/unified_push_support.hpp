@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "desktop_test_support.hpp"
 #include "linux/gio/unified_push_connector.hpp"
+#include "testing/inbox.hpp"
 
 namespace orvanta::testing {
 

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <memory>
 
+#include "testing/child_process.hpp"
 #include "testing/temporary_directory.hpp"
-#include "testing/xvfb_display.hpp"
 
 namespace orvanta::gtk_testing {
 
@@ -218,19 +218,6 @@ Picture takePicture(GtkWindow* window) {
   return picture;
 }
 
-graphene_point_t positionInPicture(GtkWindow* window, GtkWidget* widget) {
-  graphene_point_t origin = GRAPHENE_POINT_INIT(0, 0);
-  graphene_point_t inWindow = GRAPHENE_POINT_INIT(0, 0);
-  if (!gtk_widget_compute_point(widget, GTK_WIDGET(window), &origin, &inWindow)) {
-    return inWindow;
-  }
-  double x = 0;
-  double y = 0;
-  gtk_native_get_surface_transform(GTK_NATIVE(window), &x, &y);
-  return GRAPHENE_POINT_INIT(inWindow.x + static_cast<float>(x),
-                             inWindow.y + static_cast<float>(y));
-}
-
 std::string artifactPath(const std::string& fileName) {
   return std::string(ORVANTA_GTK_ARTIFACTS_DIR) + "/" + fileName;
 }
@@ -255,8 +242,13 @@ class GtkEnvironment : public ::testing::Environment {
     }
     std::filesystem::permissions(base / "runtime", std::filesystem::perms::owner_all,
                                  std::filesystem::perm_options::replace);
-    display_ = std::make_unique<orvanta::testing::XvfbDisplay>(ORVANTA_XVFB);
-    setenv("DISPLAY", display_->name().c_str(), 1);
+    // Xvfb picks a free display number and writes it on descriptor 3 once it accepts clients.
+    display_ = std::make_unique<orvanta::testing::ChildServer>(
+        std::vector<std::string>{ORVANTA_XVFB, "-displayfd", "3", "-screen", "0", "1280x800x24",
+                                 "-nolisten", "tcp", "-noreset", "-nocursor"},
+        "", std::chrono::seconds(30));
+    ASSERT_TRUE(display_->readyLine()) << display_->failure();
+    setenv("DISPLAY", (":" + *display_->readyLine()).c_str(), 1);
     setenv("GDK_BACKEND", "x11", 1);
     setenv("GSK_RENDERER", "cairo", 1);
     setenv("GTK_A11Y", "none", 1);
@@ -282,7 +274,7 @@ class GtkEnvironment : public ::testing::Environment {
 
  private:
   std::unique_ptr<orvanta::testing::TemporaryDirectory> home_;
-  std::unique_ptr<orvanta::testing::XvfbDisplay> display_;
+  std::unique_ptr<orvanta::testing::ChildServer> display_;
 };
 
 [[maybe_unused]] auto* const environment =

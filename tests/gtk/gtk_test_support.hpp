@@ -66,9 +66,6 @@ class Picture {
 /// decorations included). Empty when it cannot be drawn yet.
 Picture takePicture(GtkWindow* window);
 
-/// Where the top left corner of `widget` (inside `window`) is in `takePicture(window)`.
-graphene_point_t positionInPicture(GtkWindow* window, GtkWidget* widget);
-
 /// Where the tests leave their screenshots.
 std::string artifactPath(const std::string& fileName);
 

@@ -185,7 +185,7 @@ TEST_F(InAppTest, ActionsAreCheckedInOrderAndOpenedWhereThePlatformCan) {
   EXPECT_THAT(application_->opened(), ElementsAre("https://x.example/page"));
   ASSERT_EQ(presenter_->webViews().size(), 1u);
   EXPECT_EQ(presenter_->webViews()[0].on, modal_);
-  EXPECT_EQ(presenter_->webViews()[0].surface->engine().loadedURLs(),
+  EXPECT_EQ(presenter_->webViews()[0].surface->engine().loadedURLs,
             std::vector<std::string>{"https://x.example/web"});
 }
 

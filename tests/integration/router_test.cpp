@@ -7,9 +7,9 @@
 
 #include "networking/devices_end_point.hpp"
 #include "networking/router.hpp"
-#include "testing/sandbox_test.hpp"
 #include "testing/loopback_http_server.hpp"
 #include "testing/loopback_tcp_server.hpp"
+#include "testing/sandbox_test.hpp"
 
 namespace orvanta {
 namespace {
@@ -109,34 +109,6 @@ TEST_F(RouterIntegrationTest, AnAnswerAfterTheRouterWasReleasedIsNotJudged) {
   ASSERT_TRUE(answer && answer->isSuccess());
   EXPECT_EQ(answer->value().httpResponse->statusCode, 404);
   EXPECT_EQ(answer->value().data, "late");
-}
-
-TEST_F(RouterIntegrationTest, HostileServersEndInAClearErrorAndTheKitKeepsWorking) {
-  for (auto behaviour :
-       {LoopbackTcpServer::Behaviour::garbage, LoopbackTcpServer::Behaviour::truncatedBody,
-        LoopbackTcpServer::Behaviour::endlessBody}) {
-    LoopbackTcpServer server(behaviour);
-    auto error = errorOf(call(server.url("/v1/"), std::chrono::seconds(3)));
-    ASSERT_TRUE(error) << static_cast<int>(behaviour);
-    EXPECT_EQ(error->domain(), Error::Domain::transport);
-    EXPECT_FALSE(error->localizedDescription().empty());
-  }
-
-  LoopbackHttpServer huge([](const LoopbackRequest&) {
-    return LoopbackResponse{200, {}, std::string(17 * 1024 * 1024, 'x')};
-  });
-  auto tooBig = errorOf(call(huge.url("/v1/")));
-  ASSERT_TRUE(tooBig);
-  EXPECT_EQ(tooBig->domain(), Error::Domain::transport);
-
-  // A self-signed certificate is refused.
-  LoopbackHttpServer tls({}, testing::loopbackTlsIdentity());
-  auto untrusted = errorOf(call(tls.url("/v1/")));
-  ASSERT_TRUE(untrusted);
-  EXPECT_EQ(untrusted->domain(), Error::Domain::transport);
-  EXPECT_EQ(tls.requestCount(), 0u);
-
-  expectStillWorking();
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "networking/auth_data.hpp"
 #include "orvanta/orvanta.hpp"
 #include "orvanta/orvanta_push_interception.hpp"
 #include "testing/sandbox_test.hpp"
@@ -46,7 +47,7 @@ TEST_F(WiringTest, TheFirstTouchBuildsTheWholeKitWithLoggingOff) {
   EXPECT_TRUE(Orvanta::isAutoConfigurationForPushNotificationsEnabled());
 }
 
-TEST_F(WiringTest, WithoutADocumentsDirectoryAnalyticsRunsOnATemporaryDatabase) {
+TEST_F(WiringTest, WithoutADocumentsDirectoryTheKitRegistersAndTracksOnATemporaryDatabase) {
   auto homeless = std::make_shared<Platform>(*platform());
   homeless->fileLocations = std::make_shared<NoDocuments>();
   installPlatform(homeless);
@@ -54,10 +55,17 @@ TEST_F(WiringTest, WithoutADocumentsDirectoryAnalyticsRunsOnATemporaryDatabase) 
   configuration->setIsLoggingEnabled(true);
   Orvanta::configure(configuration);
 
-  Orvanta::push().didRegisterForRemoteNotifications({0xc0, 0xff, 0xee});
+  // The host's token, registered at the service in hex, and an event tracked with it.
+  Orvanta::push().didRegisterForRemoteNotifications({0x00, 0xc0, 0xff, 0xee});
   Orvanta::analytics().trackEvent("opened", {{"screen", "home"}});
   ASSERT_TRUE(sandbox().waitForEventCount(1, testing::kPatience));
   EXPECT_EQ(sandbox().events().front().body["eventName"], "opened");
+  EXPECT_EQ(logSink().linesContaining("APNs token retrieved: 00c0ffee").size(), 1u);
+  EXPECT_EQ(awaitLinesContaining(logSink(), "Successfully registered deviceToken", 1).size(), 1u);
+  auto registered = sandbox().device(AuthData::shared()->device().deviceUUID);
+  ASSERT_TRUE(registered);
+  EXPECT_EQ(registered->registrationId, "00c0ffee");
+  EXPECT_TRUE(sandbox().violations().empty()) << sandbox().violationsJson().dump();
 }
 
 TEST_F(WiringTest, ForwardedCallbacksReachTheKitFirstThenTheHost) {

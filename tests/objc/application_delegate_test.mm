@@ -57,6 +57,7 @@ using ::testing::IsEmpty;
 const SEL kPlatformToken = @selector(application:didRegisterForRemoteNotificationsWithDeviceToken:);
 const SEL kKitToken = @selector(orvantaApplication:
     didRegisterForRemoteNotificationsWithDeviceToken:);
+const char* const kKit = "kit token 0a0b0c0d";  // the kit heard the token
 
 class ApplicationDelegateInterception : public InterceptionTest {
  protected:
@@ -67,47 +68,33 @@ class ApplicationDelegateInterception : public InterceptionTest {
   TestApplication* application = [[TestApplication alloc] init];
 };
 
-TEST_F(ApplicationDelegateInterception, ADelegateWithoutTheCallbackGetsTheKitsAndForwardsNothing) {
+TEST_F(ApplicationDelegateInterception, TheKitRunsFirstThenTheHostWhereverItsCallbackIs) {
   id delegate = install(application, [AppWithoutToken class]);
   EXPECT_EQ([application delegate], delegate) << "the platform's setter still installs it";
-  EXPECT_THAT(deliverToken(application), ElementsAre("kit token 0a0b0c0d"));
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit));
   EXPECT_EQ(class_getInstanceMethod([AppWithoutToken class], kKitToken), nullptr);
-
-  // Where the first installation only added the method, a second one changes nothing.
-  install(application, [AppWithoutToken class]);
-  EXPECT_THAT(deliverToken(application), ElementsAre("kit token 0a0b0c0d"));
-}
-
-TEST_F(ApplicationDelegateInterception, TheKitRunsFirstAndEachInstallationTogglesThePatch) {
   install(application, [AppWithToken class]);
-  EXPECT_THAT(deliverToken(application),
-              ElementsAre("kit token 0a0b0c0d", "host AppWithToken token"));
-
-  install(application, [AppWithToken class]);
-  EXPECT_THAT(deliverToken(application), ElementsAre("host AppWithToken token"))
-      << "an even number of installations undoes the patch";
-
-  install(application, [AppWithToken class]);
-  EXPECT_THAT(deliverToken(application),
-              ElementsAre("kit token 0a0b0c0d", "host AppWithToken token"));
-}
-
-TEST_F(ApplicationDelegateInterception, AnInheritedCallbackIsPatchedWhereItIsImplemented) {
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit, "host AppWithToken token"));
+  // An inherited callback is patched where it is implemented.
   install(application, [AppTokenChild class]);
-  EXPECT_THAT(deliverToken(application),
-              ElementsAre("kit token 0a0b0c0d", "host AppTokenBase token"));
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit, "host AppTokenBase token"));
   EXPECT_TRUE(checkIfInstanceOverridesSelector([AppTokenBase class], kKitToken));
   EXPECT_FALSE(checkIfInstanceOverridesSelector([AppTokenChild class], kKitToken));
-}
-
-TEST_F(ApplicationDelegateInterception, WithNoConformingAncestorTheClassBelowTheRootIsPatched) {
+  // With no conforming ancestor, the class just below the root is patched, for its siblings too.
   install(application, [AppLoose class]);
-  EXPECT_THAT(deliverToken(application), ElementsAre("kit token 0a0b0c0d"));
-  EXPECT_TRUE(class_respondsToSelector([AppLooseSibling class], kPlatformToken))
-      << "the patch went into AppLooseBase";
-
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit));
+  EXPECT_TRUE(class_respondsToSelector([AppLooseSibling class], kPlatformToken));
   install(application, [AppLooseSibling class]);
-  EXPECT_THAT(deliverToken(application), ElementsAre("kit token 0a0b0c0d"));
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit));
+
+  // Each further installation of a class toggles its patch; where the first one only added the
+  // callback, a second one changes nothing.
+  install(application, [AppWithToken class]);
+  EXPECT_THAT(deliverToken(application), ElementsAre("host AppWithToken token"));
+  install(application, [AppWithToken class]);
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit, "host AppWithToken token"));
+  install(application, [AppWithoutToken class]);
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit));
 }
 
 TEST_F(ApplicationDelegateInterception, WithTheSwitchOffOnlyTheHostsCallbackRuns) {
@@ -118,10 +105,8 @@ TEST_F(ApplicationDelegateInterception, WithTheSwitchOffOnlyTheHostsCallbackRuns
   EXPECT_THAT(deliverToken(application), IsEmpty());
 
   setAutoConfiguration(true);
-  EXPECT_THAT(deliverToken(application), ElementsAre("kit token 0a0b0c0d"));
-}
-
-TEST_F(ApplicationDelegateInterception, RemovingTheDelegateIsHarmless) {
+  EXPECT_THAT(deliverToken(application), ElementsAre(kKit));
+  // Removing the delegate is harmless.
   [application setDelegate:nullptr];
   EXPECT_EQ([application delegate], nullptr);
   EXPECT_THAT(deliverToken(application), IsEmpty());

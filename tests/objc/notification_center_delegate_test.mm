@@ -52,13 +52,8 @@ ORVANTA_TEST_HOST_CENTER("CenterAfterSecondSetUp")
 namespace orvanta::objc::testing {
 namespace {
 
-using ::testing::ElementsAre;
-
-// The kit is asked with alert only (4) and answers alert and sound (6); the hosts complete the
-// same request again with 1.
-const char* const kKitPresents = "kit will present n1 with 4";
-const char* const kKitCompletes = "completion 6";
-const char* const kKitReceives = "kit did receive n1 open";
+using ::testing::ElementsAreArray;
+using Journal = std::vector<std::string>;
 
 class NotificationCenterDelegateInterception : public InterceptionTest {
  protected:
@@ -66,69 +61,59 @@ class NotificationCenterDelegateInterception : public InterceptionTest {
     InterceptionTest::TearDown();
     [center dispose];
   }
+
+  // The kit is asked with alert only (4) and answers alert and sound (6); a host's own handler
+  // completes the same request again with 1. `host` names the class whose handlers run, if any.
+  void expectKitThenHost(TestNotificationCenter* on, const char* host, bool kit = true) {
+    Journal present;
+    Journal receive;
+    if (kit) {
+      present = {"kit will present n1 with 4", "completion 6"};
+      receive = {"kit did receive n1 open", "completion"};
+    }
+    if (host != nullptr) {
+      present.insert(present.end(),
+                     {std::string("host ") + host + " will present", "completion 1"});
+      receive.insert(receive.end(), {std::string("host ") + host + " did receive", "completion"});
+    }
+    const char* shape = host != nullptr ? host : "no host callbacks";
+    EXPECT_THAT(presentNotification(on, "n1"), ElementsAreArray(present)) << shape;
+    EXPECT_THAT(deliverResponse(on, "n1", "open"), ElementsAreArray(receive)) << shape;
+  }
+
   TestNotificationCenter* center = [[TestNotificationCenter alloc] init];
 };
 
-TEST_F(NotificationCenterDelegateInterception, ADelegateWithoutCallbacksGetsTheKitsOnly) {
+TEST_F(NotificationCenterDelegateInterception, TheKitRunsFirstThenTheHostWhereverItsCallbacksAre) {
   id delegate = install(center, [CenterWithoutCallbacks class]);
   EXPECT_EQ([center delegate], delegate);
-  EXPECT_THAT(presentNotification(center, "n1"), ElementsAre(kKitPresents, kKitCompletes));
-  EXPECT_THAT(deliverResponse(center, "n1", "open"), ElementsAre(kKitReceives, "completion"));
-
-  install(center, [CenterWithoutCallbacks class]);
-  EXPECT_THAT(presentNotification(center, "n1"), ElementsAre(kKitPresents, kKitCompletes));
-  EXPECT_THAT(deliverResponse(center, "n1", "open"), ElementsAre(kKitReceives, "completion"));
-}
-
-TEST_F(NotificationCenterDelegateInterception, KitAndCompletionFirstThenTheHostWithTheSameHandler) {
+  expectKitThenHost(center, nullptr);
   install(center, [CenterWithCallbacks class]);
-  EXPECT_THAT(presentNotification(center, "n1"),
-              ElementsAre(kKitPresents, kKitCompletes, "host CenterWithCallbacks will present",
-                          "completion 1"));
-  EXPECT_THAT(deliverResponse(center, "n1", "open"),
-              ElementsAre(kKitReceives, "completion", "host CenterWithCallbacks did receive",
-                          "completion"));
-
-  install(center, [CenterWithCallbacks class]);
-  EXPECT_THAT(presentNotification(center, "n1"),
-              ElementsAre("host CenterWithCallbacks will present", "completion 1"))
-      << "the second installation undoes the patch";
-  EXPECT_THAT(deliverResponse(center, "n1", "open"),
-              ElementsAre("host CenterWithCallbacks did receive", "completion"));
-
-  install(center, [CenterWithCallbacks class]);
-  EXPECT_THAT(presentNotification(center, "n1"),
-              ElementsAre(kKitPresents, kKitCompletes, "host CenterWithCallbacks will present",
-                          "completion 1"));
-}
-
-TEST_F(NotificationCenterDelegateInterception, InheritedCallbacksArePatchedWhereImplemented) {
+  expectKitThenHost(center, "CenterWithCallbacks");
+  // Inherited callbacks are patched where they are implemented.
   install(center, [CenterCallbacksChild class]);
-  EXPECT_THAT(presentNotification(center, "n1"),
-              ElementsAre(kKitPresents, kKitCompletes, "host CenterCallbacksBase will present",
-                          "completion 1"));
-  EXPECT_THAT(deliverResponse(center, "n1", "open"),
-              ElementsAre(kKitReceives, "completion", "host CenterCallbacksBase did receive",
-                          "completion"));
-}
-
-TEST_F(NotificationCenterDelegateInterception,
-       WithNoConformingAncestorTheClassBelowTheRootGetsThem) {
+  expectKitThenHost(center, "CenterCallbacksBase");
+  // With no conforming ancestor, the class just below the root gets them.
   install(center, [CenterLoose class]);
-  EXPECT_THAT(presentNotification(center, "n1"), ElementsAre(kKitPresents, kKitCompletes));
-  EXPECT_THAT(deliverResponse(center, "n1", "open"), ElementsAre(kKitReceives, "completion"));
+  expectKitThenHost(center, nullptr);
   EXPECT_TRUE(class_respondsToSelector([CenterLooseBase class],
                                        @selector(userNotificationCenter:
                                                 willPresentNotification:withCompletionHandler:)));
+
+  // Each further installation of a class toggles its patch; where the first one only added the
+  // callbacks, a second one changes nothing.
+  install(center, [CenterWithCallbacks class]);
+  expectKitThenHost(center, "CenterWithCallbacks", false);
+  install(center, [CenterWithCallbacks class]);
+  expectKitThenHost(center, "CenterWithCallbacks");
+  install(center, [CenterWithoutCallbacks class]);
+  expectKitThenHost(center, nullptr);
 }
 
 TEST_F(NotificationCenterDelegateInterception, WithTheSwitchOffOnlyTheHostRunsAndCompletes) {
   install(center, [CenterSwitched class]);
   setAutoConfiguration(false);
-  EXPECT_THAT(presentNotification(center, "n1"),
-              ElementsAre("host CenterSwitched will present", "completion 1"));
-  EXPECT_THAT(deliverResponse(center, "n1", "open"),
-              ElementsAre("host CenterSwitched did receive", "completion"));
+  expectKitThenHost(center, "CenterSwitched", false);
 }
 
 TEST_F(NotificationCenterDelegateInterception, LoadTimeSetUpRanOnceAndGaveTheCentreTheEntryObject) {
@@ -136,8 +121,7 @@ TEST_F(NotificationCenterDelegateInterception, LoadTimeSetUpRanOnceAndGaveTheCen
   TestNotificationCenter* current = [TestNotificationCenter current];
   ASSERT_NE([current delegate], nullptr);
   EXPECT_EQ(object_getClass([current delegate]), [TestEntryObject class]);
-  EXPECT_THAT(presentNotification(current, "n1"), ElementsAre(kKitPresents, kKitCompletes));
-  EXPECT_THAT(deliverResponse(current, "n1", "open"), ElementsAre(kKitReceives, "completion"));
+  expectKitThenHost(current, nullptr);
 
   // Run again, it does nothing: the setters stay patched once (a second exchange would have
   // undone them) and the centre keeps its delegate.
@@ -150,9 +134,7 @@ TEST_F(NotificationCenterDelegateInterception, LoadTimeSetUpRanOnceAndGaveTheCen
   }));
   EXPECT_EQ([center delegate], nullptr);
   install(center, [CenterAfterSecondSetUp class]);
-  EXPECT_THAT(presentNotification(center, "n1"),
-              ElementsAre(kKitPresents, kKitCompletes, "host CenterAfterSecondSetUp will present",
-                          "completion 1"));
+  expectKitThenHost(center, "CenterAfterSecondSetUp");
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
-// The console's side of the control API: the page and its files, sending a push, reading the
-// lists from where the page left off, the change stream, and refusing other sites' pages. The
-// page itself is tested in a browser (tests/sandbox/browser).
+// The control API the console page uses: the page and its files, last pushes and faults, sending a
+// push, reading the lists from where the page left off, the change stream, and refusing other
+// sites' pages; the request log's limit and the credentials file. The page itself is tested in a
+// browser (tests/sandbox/browser).
 
 #include <condition_variable>
 #include <future>
 #include <mutex>
 
 #include "sandbox_client.hpp"
+#include "testing/config_plist.hpp"
+#include "testing/temporary_directory.hpp"
 
 namespace orvanta::sandbox::testing {
 namespace {
@@ -78,21 +81,56 @@ TEST_F(ConsoleTest, SendingSetsTheLastPushAndATokenOfAnotherTransportIsNotDelive
   EXPECT_EQ(sandbox->sentPushes().size(), 1U);
 }
 
-TEST_F(ConsoleTest, ListsAreReadFromASequenceNumberOnAndTheEpochMarksAReset) {
-  for (int i = 0; i < 5; ++i) {
+TEST_F(ConsoleTest, LastPushesAndFaultsAreSetOverHttp) {
+  EXPECT_EQ(control("PUT", "last_push/a1b2c3", R"({"data": {"id": "p-1"}})").status, 204);
+  EXPECT_EQ(client.send("GET", url("devices/a1b2c3/last_push"), pushHeaders(credentials())).json(),
+            (json{{"id", "p-1"}}));
+  EXPECT_EQ(control("DELETE", "last_push/a1b2c3").status, 204);
+  EXPECT_EQ(client.send("GET", url("devices/a1b2c3/last_push"), pushHeaders(credentials())).status,
+            404);
+  EXPECT_EQ(control("PUT", "last_push/a1b2c3", "[1]").status, 400);
+
+  EXPECT_EQ(control("POST", "faults/event", R"({"status": 503, "count": 1, "content_type": true})")
+                .status,
+            204);
+  EXPECT_EQ(control("POST", "faults/*", R"({"drop": true})").status, 204);
+  EXPECT_EQ(control("GET", "state").json()["faults"]["event"]["status"], 503);
+  const HttpAnswer faulted = post("event", validEvent(credentials()));
+  EXPECT_EQ(faulted.status, 503);
+  EXPECT_EQ(faulted.header("content-type"), "application/json");
+  EXPECT_EQ(post("event", validEvent(credentials())).error, CURLE_GOT_NOTHING);
+  EXPECT_EQ(control("DELETE", "faults/*").status, 204);
+  EXPECT_EQ(post("event", validEvent(credentials())).status, 201);
+
+  EXPECT_EQ(control("POST", "faults/events", R"({"status": 500})").status, 404);
+  for (const char* wrong : {R"({"status": 99})", R"({"delay": 5})", R"({"count": 0})"}) {
+    EXPECT_EQ(control("POST", "faults/event", wrong).status, 400) << wrong;
+  }
+}
+
+TEST_F(ConsoleTest, ListsAreReadFromASequenceNumberOnAndAResetEmptiesThem) {
+  post("devices", validDevice(credentials(), "user-1"));
+  for (int i = 0; i < 4; ++i) {
     post("event", validEvent(credentials(), i));
   }
+  post("event", validEvent(credentials(), 3));                                  // delivered again
   client.send("POST", url("event"), {"Content-Type: application/json"}, "{}");  // refused
 
-  json log = control("GET", "requests?since=3").json();
+  json log = control("GET", "requests?since=4").json();
   ASSERT_EQ(log["requests"].size(), 3U);
-  EXPECT_EQ(log["requests"][0]["seq"], 3);
+  EXPECT_EQ(log["requests"][0]["seq"], 4);
   EXPECT_EQ(log["requests"][2]["reason"], "missing \"Authorization\"");
-  EXPECT_EQ(log["next"], 6);
+  EXPECT_EQ(log["next"], 7);
+  const json first = control("GET", "requests?since=0&newest=7").json()["requests"][0];
+  EXPECT_EQ(first["method"], "POST");
+  EXPECT_EQ(first["path"], "/v1/devices");
+  EXPECT_EQ(first["status"], 204);
+  EXPECT_EQ(json::parse(first["body"].get<std::string>())["user_id"], "user-1");
+  EXPECT_NE(first["headers"].dump().find("X-Orvanta-App-Secret"), std::string::npos);
   log = control("GET", "requests?since=1&newest=2").json();
   ASSERT_EQ(log["requests"].size(), 2U);
-  EXPECT_EQ(log["requests"][0]["seq"], 4);
-  EXPECT_EQ(control("GET", "requests?since=6").json()["requests"], json::array());
+  EXPECT_EQ(log["requests"][0]["seq"], 5);
+  EXPECT_EQ(control("GET", "requests?since=7").json()["requests"], json::array());
   EXPECT_EQ(control("GET", "requests?since=-1").status, 400);
   EXPECT_EQ(control("GET", "state?newest=x").status, 400);
 
@@ -101,12 +139,24 @@ TEST_F(ConsoleTest, ListsAreReadFromASequenceNumberOnAndTheEpochMarksAReset) {
 
   json state = control("GET", "state?newest=2").json();
   ASSERT_EQ(state["events"].size(), 2U);
-  EXPECT_EQ(state["events"][1]["body"]["createdAt"], 4);
-  EXPECT_EQ(state["event_count"], 5);
+  EXPECT_EQ(state["events"][1]["body"]["createdAt"], 3);
+  EXPECT_EQ(state["events"][1]["deliveries"], 2);
+  EXPECT_EQ(state["devices"][0]["registration_id"], "a1b2c3");
+  EXPECT_EQ(state["event_count"], 4);
+  EXPECT_EQ(state["in_flight"]["event"], (json{{"now", 0}, {"max", 1}}));
   EXPECT_EQ(state["epoch"], 0);
-  control("POST", "reset");
-  EXPECT_EQ(control("GET", "state").json()["epoch"], 1);
+
+  sandbox->setLastPush("a1b2c3", {{"id", "p-1"}});
+  EXPECT_EQ(control("POST", "reset").status, 204);
+  state = control("GET", "state").json();
+  EXPECT_EQ(state["epoch"], 1);
+  EXPECT_EQ(state["devices"], json::array());
+  EXPECT_EQ(state["events"], json::array());
+  EXPECT_EQ(state["last_pushes"], json::object());
+  EXPECT_EQ(state["in_flight"]["event"]["max"], 0);
   EXPECT_EQ(control("GET", "requests").json()["epoch"], 1);
+  EXPECT_EQ(control("GET", "violations").json(), json::array());
+  EXPECT_EQ(sandbox->requestCount(), 0U);
 }
 
 TEST_F(ConsoleTest, OtherSitesPagesCannotDriveTheSandbox) {
@@ -184,6 +234,40 @@ TEST_F(ConsoleTest, TheChangeStreamAnnouncesChangesAndEndsWhenTheSandboxStops) {
   sandbox->stop();
   EXPECT_EQ(reader.waitForEnd(10s), std::future_status::ready);
   EXPECT_LT(std::chrono::steady_clock::now() - stopping, 10s);
+}
+
+TEST(SandboxRequestLog, KeepsTheNewestEntriesAndCountsTheDroppedOnes) {
+  auto sandbox = Sandbox::start({.requestLogLimit = 3});
+  SandboxClient client;
+  for (int i = 0; i < 5; ++i) {
+    client.send("POST", sandbox->baseUrl() + "event", eventHeaders(sandbox->credentials()),
+                validEvent(sandbox->credentials(), i).dump());
+  }
+  const auto requests = sandbox->requests();
+  ASSERT_EQ(requests.size(), 3U);
+  EXPECT_EQ(json::parse(requests[0].body)["createdAt"], 2);
+  EXPECT_EQ(sandbox->droppedRequests(), 2U);
+  EXPECT_EQ(sandbox->requestCount(), 5U);
+  EXPECT_EQ(sandbox->eventCount(), 5U);
+}
+
+TEST(SandboxCredentialsFile, ReadsXmlAndBinaryConfigurationFiles) {
+  orvanta::testing::TemporaryDirectory folder;
+  const auto entries = orvanta::testing::credentials("app-1", "t0ken", "s3cret", "ev-1");
+  orvanta::testing::writeFile(folder.file("xml.plist"), orvanta::testing::configPlistXml(entries));
+  orvanta::testing::writeFile(folder.file("binary.plist"),
+                              orvanta::testing::configPlistBinary(entries));
+  orvanta::testing::writeFile(folder.file("broken.plist"), "<plist><dict><key>AppId");
+  for (const char* name : {"xml.plist", "binary.plist"}) {
+    SCOPED_TRACE(name);
+    const Credentials credentials = loadCredentials(folder.file(name));
+    EXPECT_EQ(credentials.appId, "app-1");
+    EXPECT_EQ(credentials.token, "t0ken");
+    EXPECT_EQ(credentials.secret, "s3cret");
+    EXPECT_EQ(credentials.eventsToken, "ev-1");
+  }
+  EXPECT_THROW(loadCredentials(folder.file("broken.plist")), std::runtime_error);
+  EXPECT_THROW(loadCredentials(folder.file("missing.plist")), std::runtime_error);
 }
 
 }  // namespace

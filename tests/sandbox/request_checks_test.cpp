@@ -8,8 +8,6 @@
 namespace orvanta::sandbox::testing {
 namespace {
 
-using nlohmann::json;
-
 class RequestChecksTest : public SandboxTest {
  protected:
   // Sends raw bytes on a fresh connection and returns what comes back until the server closes
@@ -37,50 +35,106 @@ class RequestChecksTest : public SandboxTest {
   void expectStillServing() { EXPECT_EQ(post("event", validEvent(credentials())).status, 201); }
 };
 
-TEST_F(RequestChecksTest, CredentialsAreCheckedPerService) {
+// Each request breaks one rule of the services' contract: it is refused with a status, a
+// violation of its kind is recorded with a reason, and nothing is stored.
+TEST_F(RequestChecksTest, RequestsThatBreakTheContractAreRefusedWithTheirReason) {
   const Credentials& c = credentials();
+  const std::string typed = "Content-Type: application/json";
+  const std::string token = "X-Orvanta-App-Token: " + c.token;
+  const std::string secret = "X-Orvanta-App-Secret: " + c.secret;
   const std::string auth = "Authorization: " + std::string(kPushAuthorization);
+  const std::string events = "Authorization: " + c.eventsToken;
   const std::string device = validDevice(c, "user-1").dump();
-  struct Case {
-    std::vector<std::string> headers;
-    const char* expected;
-  };
-  const std::vector<Case> pushCases = {
-      {{"X-Orvanta-App-Token: wrong", "X-Orvanta-App-Secret: " + c.secret, auth},
-       "wrong \"X-Orvanta-App-Token\""},
-      {{"X-Orvanta-App-Token: " + c.token, "X-Orvanta-App-Secret: wrong", auth},
-       "wrong \"X-Orvanta-App-Secret\""},
-      {{"X-Orvanta-App-Token: " + c.token, auth}, "missing \"X-Orvanta-App-Secret\""},
-      {{"X-Orvanta-App-Token: " + c.token, "X-Orvanta-App-Secret: " + c.secret,
-        "Authorization: " + c.eventsToken},
-       "not the push service's fixed value"},
-      {{"X-Orvanta-App-Token: " + c.token, "X-Orvanta-App-Secret: " + c.secret},
-       "missing \"Authorization\""},
-  };
-  for (const auto& pushCase : pushCases) {
-    SCOPED_TRACE(pushCase.expected);
-    auto headers = pushCase.headers;
-    headers.emplace_back("Content-Type: application/json");
-    const HttpAnswer answer = client.send("POST", url("devices"), headers, device);
-    EXPECT_EQ(answer.status, 401);
-    EXPECT_NE(lastViolation().find(pushCase.expected), std::string::npos) << lastViolation();
-    EXPECT_EQ(sandbox->violations().back().kind, Violation::Kind::credentials);
-  }
-  EXPECT_EQ(
-      client.send("GET", url("devices/a1b2c3/last_push"), {"X-Orvanta-App-Token: wrong"}).status,
-      401);
-
-  // The event service wants its own token, not the push service's value.
   const std::string event = validEvent(c).dump();
-  EXPECT_EQ(
-      client.send("POST", url("event"), {"Content-Type: application/json", auth}, event).status,
-      401);
-  EXPECT_EQ(client.send("POST", url("event"), {"Content-Type: application/json"}, event).status,
-            401);
+  const std::string notJson = R"({"pushId": "a|||b",)";
+  using Kind = Violation::Kind;
+  struct Case {
+    std::string method;
+    std::string path;
+    std::vector<std::string> headers;
+    std::optional<std::string> body;
+    long status;
+    Kind kind;
+    std::string reason;  // a fragment of it
+  };
+  const std::string withCharset = "Content-Type: application/json; charset=utf-8";
+  // clang-format off
+  const std::vector<Case> cases = {
+      // Credentials, per service.
+      {"POST", "devices", {typed, "X-Orvanta-App-Token: wrong", secret, auth}, device, 401,
+       Kind::credentials, "wrong \"X-Orvanta-App-Token\""},
+      {"POST", "devices", {typed, token, "X-Orvanta-App-Secret: wrong", auth}, device, 401,
+       Kind::credentials, "wrong \"X-Orvanta-App-Secret\""},
+      {"POST", "devices", {typed, token, auth}, device, 401, Kind::credentials,
+       "missing \"X-Orvanta-App-Secret\""},
+      {"POST", "devices", {typed, token, secret, events}, device, 401, Kind::credentials,
+       "not the push service's fixed value"},
+      {"POST", "devices", {typed, token, secret}, device, 401, Kind::credentials,
+       "missing \"Authorization\""},
+      {"GET", "devices/a1b2c3/last_push", {"X-Orvanta-App-Token: wrong"}, {}, 401,
+       Kind::credentials, ""},
+      {"POST", "event", {typed, auth}, event, 401, Kind::credentials, ""},
+      {"POST", "event", {typed}, event, 401, Kind::credentials, "missing \"Authorization\""},
+      // Every request, with a body or without, is labelled exactly as JSON.
+      {"POST", "event", {events}, event, 400, Kind::contract, "Content-Type"},
+      {"POST", "devices", {token, secret, auth, "Content-Type: text/plain"}, device, 400,
+       Kind::contract, "Content-Type"},
+      {"POST", "devices", {token, secret, auth, withCharset}, device, 400, Kind::contract,
+       "not exactly \"application/json\""},
+      {"POST", "devices", {token, secret, auth, "Content-Type: Application/JSON"}, device, 400,
+       Kind::contract, "not exactly \"application/json\""},
+      {"POST", "devices", {token, secret, auth, "Content-Type: application/json;"}, device, 400,
+       Kind::contract, "not exactly \"application/json\""},
+      {"GET", "devices/a1b2c3/last_push", {token, secret, auth}, {}, 400, Kind::contract,
+       "missing \"Content-Type"},
+      {"POST", "devices/a1b2c3", {token, secret, auth}, {}, 400, Kind::contract, "Content-Type"},
+      {"POST", "devices/a1b2c3", {token, secret, auth, "Content-Type: text/plain"}, {}, 400,
+       Kind::contract, "Content-Type"},
+      // Bodies that are not JSON.
+      {"POST", "event", {typed, events}, notJson, 400, Kind::contract, "the body is not JSON"},
+      {"POST", "devices", {typed, token, secret, auth}, notJson, 400, Kind::contract,
+       "the body is not JSON"},
+      {"POST", "pushes/p-1/reports", {typed, token, secret, auth}, notJson, 400, Kind::contract,
+       "the body is not JSON"},
+      // Events carry no push credentials; no header field comes twice, whatever the case of its
+      // name and even with the same value.
+      {"POST", "event", {typed, events, token}, event, 400, Kind::contract,
+       "the push service's header"},
+      {"POST", "event", {typed, events, "x-orvanta-app-secret: s"}, event, 400, Kind::contract,
+       "the push service's header"},
+      {"POST", "event", {typed, events, "authorization: " + c.eventsToken}, event, 400,
+       Kind::contract, "appears more than once"},
+      {"POST", "devices", {typed, token, secret, auth, typed}, device, 400, Kind::contract,
+       "appears more than once"},
+      {"GET", "devices/a1b2c3/last_push", {typed, token, secret, auth, secret}, {}, 400,
+       Kind::contract, "appears more than once"},
+      // Unknown paths and wrong methods.
+      {"POST", "device", {typed, token, secret, auth}, "{}", 404, Kind::routing, ""},
+      {"POST", "devices/", {typed, token, secret, auth}, "{}", 404, Kind::routing, ""},
+      {"GET", "pushes/p-1/report", {typed, token, secret, auth}, {}, 404, Kind::routing, ""},
+      {"POST", "../v2/event", {typed, token, secret, auth}, "{}", 404, Kind::routing, ""},
+      {"GET", "devices", {typed, token, secret, auth}, {}, 405, Kind::routing, ""},
+      {"POST", "devices/a1b2c3/last_push", {typed, token, secret, auth}, "{}", 405,
+       Kind::routing, ""},
+      {"PUT", "event", {typed, events}, "{}", 405, Kind::routing, ""},
+  };
+  // clang-format on
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.method + " " + each.path + " " + each.reason);
+    const std::size_t before = sandbox->violations().size();
+    EXPECT_EQ(client.send(each.method, url(each.path), each.headers, each.body).status,
+              each.status);
+    const auto violations = sandbox->violations();
+    ASSERT_EQ(violations.size(), before + 1);
+    EXPECT_EQ(violations.back().kind, each.kind);
+    EXPECT_NE(violations.back().reason.find(each.reason), std::string::npos)
+        << violations.back().reason;
+  }
   EXPECT_TRUE(sandbox->devices().empty());
   EXPECT_EQ(sandbox->eventCount(), 0U);
+  EXPECT_TRUE(sandbox->reports().empty());
 
-  // Header names are not case-sensitive.
+  // Header names are not case-sensitive; a body-less call labelled as JSON passes.
   EXPECT_EQ(client
                 .send("POST", url("devices"),
                       {"content-type: application/json", "x-orvanta-app-token: " + c.token,
@@ -89,125 +143,8 @@ TEST_F(RequestChecksTest, CredentialsAreCheckedPerService) {
                       device)
                 .status,
             204);
-}
-
-TEST_F(RequestChecksTest, BodiesMustBeLabelledAndValidJsonAndTheServerKeepsServing) {
-  const auto withoutContentType = [&](std::vector<std::string> headers) {
-    headers.erase(headers.begin());  // "Content-Type: application/json" comes first
-    return headers;
-  };
-  EXPECT_EQ(client
-                .send("POST", url("event"), withoutContentType(eventHeaders(credentials())),
-                      validEvent(credentials()).dump())
-                .status,
-            400);
-  EXPECT_NE(lastViolation().find("Content-Type"), std::string::npos);
-  auto textPlain = withoutContentType(pushHeaders(credentials()));
-  textPlain.emplace_back("Content-Type: text/plain");
-  EXPECT_EQ(
-      client.send("POST", url("devices"), textPlain, validDevice(credentials(), "u").dump()).status,
-      400);
-
-  for (const std::string path : {"event", "devices", "pushes/p-1/reports"}) {
-    SCOPED_TRACE(path);
-    const auto headers = path == "event" ? eventHeaders(credentials()) : pushHeaders(credentials());
-    const HttpAnswer answer = client.send("POST", url(path), headers, R"({"pushId": "a|||b",)");
-    EXPECT_EQ(answer.status, 400);
-    EXPECT_NE(lastViolation().find("the body is not JSON"), std::string::npos);
-    expectStillServing();
-  }
-  EXPECT_EQ(sandbox->eventCount(), 1U);
-}
-
-TEST_F(RequestChecksTest, EveryRequestIsLabelledExactlyAsJsonWithBodyOrWithout) {
-  const Credentials& c = credentials();
-  const auto pushWith = [&](const std::string& contentType) {
-    auto headers = pushHeaders(c);
-    headers.erase(headers.begin());  // "Content-Type: application/json" comes first
-    if (!contentType.empty()) {
-      headers.push_back("Content-Type: " + contentType);
-    }
-    return headers;
-  };
-  const std::string device = validDevice(c, "user-1").dump();
-  for (const std::string contentType :
-       {"application/json; charset=utf-8", "Application/JSON", "application/json;"}) {
-    SCOPED_TRACE(contentType);
-    EXPECT_EQ(client.send("POST", url("devices"), pushWith(contentType), device).status, 400);
-    EXPECT_NE(lastViolation().find("not exactly \"application/json\""), std::string::npos)
-        << lastViolation();
-  }
-  // The body-less requests carry the header too.
-  EXPECT_EQ(client.send("GET", url("devices/a1b2c3/last_push"), pushWith("")).status, 400);
-  EXPECT_NE(lastViolation().find("missing \"Content-Type"), std::string::npos);
-  EXPECT_EQ(client.send("POST", url("devices/a1b2c3"), pushWith("")).status, 400);
-  EXPECT_EQ(client.send("POST", url("devices/a1b2c3"), pushWith("text/plain")).status, 400);
-  EXPECT_TRUE(sandbox->devices().empty());
-  EXPECT_EQ(sandbox->violations().size(), 6U);
-  EXPECT_EQ(sandbox->violations().back().kind, Violation::Kind::contract);
-  EXPECT_EQ(
-      client.send("GET", url("devices/a1b2c3/last_push"), pushWith("application/json")).status,
-      404);
-}
-
-TEST_F(RequestChecksTest, EventsCarryNoPushCredentialsAndNoHeaderFieldTwice) {
-  const Credentials& c = credentials();
-  const std::string event = validEvent(c).dump();
-  for (const std::string& extra :
-       std::vector<std::string>{"X-Orvanta-App-Token: " + c.token, "x-orvanta-app-secret: s"}) {
-    SCOPED_TRACE(extra);
-    auto headers = eventHeaders(c);
-    headers.push_back(extra);
-    EXPECT_EQ(client.send("POST", url("event"), headers, event).status, 400);
-    EXPECT_NE(lastViolation().find("the push service's header"), std::string::npos)
-        << lastViolation();
-  }
-
-  const auto twice = [](std::vector<std::string> headers, const std::string& repeated) {
-    headers.push_back(repeated);
-    return headers;
-  };
-  // Even a repeat with the same value, and whatever the case of the name.
-  EXPECT_EQ(client
-                .send("POST", url("event"),
-                      twice(eventHeaders(c), "authorization: " + c.eventsToken), event)
-                .status,
-            400);
-  EXPECT_NE(lastViolation().find("appears more than once"), std::string::npos) << lastViolation();
-  EXPECT_EQ(
-      client
-          .send("POST", url("devices"), twice(pushHeaders(c), "Content-Type: application/json"),
-                validDevice(c, "u").dump())
-          .status,
-      400);
-  EXPECT_EQ(client
-                .send("GET", url("devices/a1b2c3/last_push"),
-                      twice(pushHeaders(c), "X-Orvanta-App-Secret: " + c.secret))
-                .status,
-            400);
-  const auto violations = sandbox->violations();
-  ASSERT_EQ(violations.size(), 5U);
-  for (const auto& violation : violations) {
-    EXPECT_EQ(violation.kind, Violation::Kind::contract);
-  }
-  EXPECT_EQ(sandbox->eventCount(), 0U);
-  EXPECT_TRUE(sandbox->devices().empty());
-}
-
-TEST_F(RequestChecksTest, UnknownPathsAndWrongMethodsAreRefused) {
-  const auto headers = pushHeaders(credentials());
-  EXPECT_EQ(client.send("POST", url("device"), headers, "{}").status, 404);
-  EXPECT_EQ(client.send("POST", url("devices/"), headers, "{}").status, 404);
-  EXPECT_EQ(client.send("GET", url("pushes/p-1/report"), headers).status, 404);
-  EXPECT_EQ(client.send("POST", sandbox->baseUrl() + "../v2/event", headers, "{}").status, 404);
-  EXPECT_EQ(client.send("GET", url("devices"), headers).status, 405);
-  EXPECT_EQ(client.send("POST", url("devices/a1b2c3/last_push"), headers, "{}").status, 405);
-  EXPECT_EQ(client.send("PUT", url("event"), eventHeaders(credentials()), "{}").status, 405);
-  const auto violations = sandbox->violations();
-  ASSERT_EQ(violations.size(), 7U);
-  for (const auto& violation : violations) {
-    EXPECT_EQ(violation.kind, Violation::Kind::routing);
-  }
+  EXPECT_EQ(client.send("GET", url("devices/a1b2c3/last_push"), pushHeaders(c)).status, 404);
+  expectStillServing();
 }
 
 TEST_F(RequestChecksTest, MalformedHttpIsRefusedAndTheServerKeepsServing) {

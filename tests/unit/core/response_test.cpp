@@ -2,21 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <string_view>
-
 namespace orvanta {
 namespace {
-
-struct Greeting {
-  std::string text;
-  static Result<Greeting> decode(std::string_view json) {
-    constexpr std::string_view prefix = "{\"text\":\"";
-    if (json.substr(0, prefix.size()) != prefix || json.size() < prefix.size() + 2) {
-      return Error(Error::Domain::decoding, 0, "not a greeting");
-    }
-    return Greeting{std::string(json.substr(prefix.size(), json.size() - prefix.size() - 2))};
-  }
-};
 
 Future<Response> answer(int status, port::HttpHeaders headers, std::string body) {
   port::HttpResponse response;
@@ -25,6 +12,7 @@ Future<Response> answer(int status, port::HttpHeaders headers, std::string body)
   return Future<Response>::resolved(Response{std::move(body), response});
 }
 
+// Decoding and ignoring answers are covered end to end by the services' integration tests.
 TEST(ResponseTest, EmptyIsJudgedByTheContentTypeHeaderAlone) {
   EXPECT_TRUE(decodeEmptyResponse(answer(204, {}, "")).result()->isSuccess());
   // A body without a Content-Type still counts as empty.
@@ -42,24 +30,6 @@ TEST(ResponseTest, EmptyIsJudgedByTheContentTypeHeaderAlone) {
 
   auto failed = Future<Response>::rejected(Error::statusCode(500));
   EXPECT_EQ(decodeEmptyResponse(failed).result()->error(), Error::statusCode(500));
-}
-
-TEST(ResponseTest, DecodeAndIgnore) {
-  auto decoded = decode<Greeting>(answer(200, {}, "{\"text\":\"hi\"}")).result();
-  ASSERT_TRUE(decoded->isSuccess());
-  EXPECT_EQ(decoded->value().text, "hi");
-
-  auto broken = decode<Greeting>(answer(200, {}, "[]")).result();
-  ASSERT_FALSE(broken->isSuccess());
-  EXPECT_EQ(broken->error().domain(), Error::Domain::decoding);
-
-  EXPECT_TRUE(ignoreSuccessResponseAndMapAsVoid(answer(201, {{"Content-Type", "x"}}, "{}"))
-                  .result()
-                  ->isSuccess());
-  EXPECT_EQ(ignoreSuccessResponseAndMapAsVoid(Future<Response>::rejected(Error::statusCode(401)))
-                .result()
-                ->error(),
-            Error::statusCode(401));
 }
 
 }  // namespace

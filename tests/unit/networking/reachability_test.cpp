@@ -176,17 +176,6 @@ TEST_F(ReachabilityTest, FailedStartsNameTheStepAndLeaveTheNotifierStopped) {
   EXPECT_FALSE(monitor->watching());
   EXPECT_EQ(reachability->connection(), Connection::none);
   EXPECT_EQ(reachability->description(), "unavailable flags");
-  EXPECT_EQ(toString(ReachabilityError::unableToGetInitialFlags), "unableToGetInitialFlags");
-}
-
-TEST(ReachabilityDescriptions, ConnectionsAndStatusesShareTheirTexts) {
-  EXPECT_EQ(description(Connection::none), "No Connection");
-  EXPECT_EQ(description(Connection::wifi), "WiFi");
-  EXPECT_EQ(description(Connection::cellular), "Cellular");
-  EXPECT_EQ(description(Reachability::NetworkStatus::notReachable), "No Connection");
-  EXPECT_EQ(description(Reachability::NetworkStatus::reachableViaWiFi), "WiFi");
-  EXPECT_EQ(description(Reachability::NetworkStatus::reachableViaWWAN), "Cellular");
-  EXPECT_EQ(kReachabilityChangedNotification, "ReachabilityChangedNotification");
 }
 
 }  // namespace

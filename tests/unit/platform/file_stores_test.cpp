@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -143,31 +141,6 @@ TEST(JsonPreferencesStoreTest, DamagedFileReadsAsEmptyWarnsOnceAndIsReplaced) {
     store.setObject("flag", PreferenceValue(false));
     EXPECT_EQ(JsonPreferencesStore(path).object("flag"), PreferenceValue(false));
   }
-}
-
-// What one process writes, the next one reads.
-TEST(FileStoresProcessTest, ALaterProcessReadsWhatAnEarlierOneWrote) {
-  testing::TemporaryDirectory root;
-  std::string keystore = root.file("keystore");
-  std::string preferences = root.file("preferences.json");
-
-  pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    FileSecureStore store(keystore);
-    JsonPreferencesStore defaults(preferences);
-    bool ok = store.add("uuid", "FROM-CHILD") == SecureStoreStatus::success;
-    defaults.setObject("commonData.lastOpenedPushId", PreferenceValue(std::string("p-9")));
-    ::_exit(ok ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(WEXITSTATUS(status), 0);
-
-  EXPECT_EQ(FileSecureStore(keystore).read("uuid"), "FROM-CHILD");
-  EXPECT_EQ(JsonPreferencesStore(preferences).object("commonData.lastOpenedPushId"),
-            PreferenceValue(std::string("p-9")));
 }
 
 }  // namespace

@@ -71,33 +71,5 @@ TEST_F(HostLifecycleTest, BackgroundTasksExpireAtSuspensionOrWhenTheBudgetRunsOu
   lifecycle().endBackgroundTask(finished);  // ending twice is harmless
 }
 
-TEST(ManualMainQueueTest, RunsDueWorkInOrderOnlyWhenDriven) {
-  auto clock = std::make_shared<testing::ManualClock>();
-  testing::ManualMainQueue queue(clock);
-  auto start = clock->monotonicNow();
-  std::vector<std::string> calls;
-  queue.asyncAfter(2s, [&] { calls.push_back("2s"); });
-  auto cancelled = queue.asyncAfter(1s, [&] { calls.push_back("cancelled"); });
-  queue.asyncAfter(1s, [&] {
-    calls.push_back("1s");
-    EXPECT_TRUE(queue.isCurrent());
-    queue.async([&] { calls.push_back("from 1s"); });
-  });
-  queue.async([&] { calls.push_back("now"); });
-  cancelled->cancel();
-  EXPECT_FALSE(queue.isCurrent());
-  EXPECT_TRUE(calls.empty());
-
-  EXPECT_EQ(queue.runUntilIdle(), 1u);
-  EXPECT_EQ(calls, (std::vector<std::string>{"now"}));
-  EXPECT_EQ(queue.pendingCount(), 2u);
-  EXPECT_EQ(queue.nextDueIn(), 1000ms);
-
-  queue.advance(5s);
-  EXPECT_EQ(calls, (std::vector<std::string>{"now", "1s", "from 1s", "2s"}));
-  EXPECT_EQ(clock->monotonicNow() - start, 5s);
-  EXPECT_EQ(queue.elapsed(), 5s);
-}
-
 }  // namespace
 }  // namespace orvanta

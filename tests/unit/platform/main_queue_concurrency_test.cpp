@@ -1,45 +1,25 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "linux/thread_main_queue.hpp"
+#include "testing/inbox.hpp"
 
 namespace orvanta::linux_platform {
 namespace {
 
 using namespace std::chrono_literals;
 
-// Waits for a number of signals, with a generous deadline so a broken queue fails instead of
-// hanging.
-class Countdown {
- public:
-  explicit Countdown(int count) : count_(count) {}
-  void signal() {
-    std::lock_guard lock(mutex_);
-    --count_;
-    done_.notify_all();
-  }
-  bool wait() {
-    std::unique_lock lock(mutex_);
-    return done_.wait_for(lock, 10s, [&] { return count_ <= 0; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable done_;
-  int count_;
-};
+using Signals = testing::Inbox<int>;
 
 TEST(ThreadMainQueueTest, RunsWorkFromManyThreadsSeriallyOnItsOwnThread) {
   ThreadMainQueue queue;
   constexpr int kThreads = 4;
   constexpr int kPerThread = 500;
-  Countdown finished(kThreads * kPerThread);
+  Signals finished;
   std::vector<std::vector<int>> seen(kThreads);  // touched only on the queue's thread
   std::atomic<int> running{0};
   std::atomic<bool> overlapped{false};
@@ -58,7 +38,7 @@ TEST(ThreadMainQueueTest, RunsWorkFromManyThreadsSeriallyOnItsOwnThread) {
           }
           seen[t].push_back(i);
           running.fetch_sub(1);
-          finished.signal();
+          finished.push(0);
         });
       }
     });
@@ -66,14 +46,14 @@ TEST(ThreadMainQueueTest, RunsWorkFromManyThreadsSeriallyOnItsOwnThread) {
   for (auto& producer : producers) {
     producer.join();
   }
-  ASSERT_TRUE(finished.wait());
+  ASSERT_TRUE(finished.waitFor(kThreads * kPerThread));
   EXPECT_FALSE(overlapped);
   EXPECT_FALSE(offThread);
   EXPECT_FALSE(queue.isCurrent());
   // Each producer's work ran in the order it was submitted.
-  Countdown drained(1);
-  queue.async([&] { drained.signal(); });
-  ASSERT_TRUE(drained.wait());
+  Signals drained;
+  queue.async([&] { drained.push(0); });
+  ASSERT_TRUE(drained.waitFor(1));
   for (const auto& items : seen) {
     ASSERT_EQ(items.size(), static_cast<std::size_t>(kPerThread));
     for (int i = 0; i < kPerThread; ++i) {
@@ -84,27 +64,16 @@ TEST(ThreadMainQueueTest, RunsWorkFromManyThreadsSeriallyOnItsOwnThread) {
 
 TEST(ThreadMainQueueTest, DelayedWorkRunsByDueTimeAndCancelledWorkNever) {
   ThreadMainQueue queue;
-  std::mutex mutex;
-  std::vector<int> order;
-  Countdown finished(3);
-  auto record = [&](int value) {
-    return [&, value] {
-      {
-        std::lock_guard lock(mutex);
-        order.push_back(value);
-      }
-      finished.signal();
-    };
-  };
+  Signals order;
+  auto record = [&](int value) { return [&, value] { order.push(value); }; };
   queue.asyncAfter(30ms, record(3));
   auto cancelled = queue.asyncAfter(10ms, record(99));
   queue.asyncAfter(10ms, record(2));
   queue.async(record(1));
   cancelled->cancel();
   EXPECT_TRUE(cancelled->isCancelled());
-  ASSERT_TRUE(finished.wait());
-  std::lock_guard lock(mutex);
-  EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+  ASSERT_TRUE(order.waitFor(3));
+  EXPECT_EQ(order.items(), (std::vector<int>{1, 2, 3}));
 }
 
 TEST(ThreadMainQueueTest, DestructionDropsWaitingWorkAndJoins) {
@@ -122,13 +91,13 @@ TEST(ThreadMainQueueTest, DestructionDropsWaitingWorkAndJoins) {
 
 TEST(ThreadMainQueueTest, AQueueReleasedByItsOwnWorkShutsDownCleanly) {
   auto queue = std::make_shared<ThreadMainQueue>();
-  Countdown released(1);
+  Signals released;
   auto* raw = queue.get();
   raw->async([queue = std::move(queue), &released]() mutable {
     queue.reset();  // the last owner goes away on the queue's own thread
-    released.signal();
+    released.push(0);
   });
-  ASSERT_TRUE(released.wait());
+  ASSERT_TRUE(released.waitFor(1));
   // The next queue destroyed elsewhere joins the finished thread.
   ThreadMainQueue other;
 }
