@@ -21,13 +21,14 @@ namespace orvanta {
 class ORVANTA_API OrvantaPushInterception {
  public:
   using TokenHandler = std::function<void(const std::vector<std::uint8_t>& deviceToken)>;
-  using WillPresentHandler = std::function<void(
-      const port::Notification& notification,
-      std::function<void(port::PresentationOptions)> completionHandler)>;
+  using WillPresentHandler =
+      std::function<void(const port::Notification& notification,
+                         std::function<void(port::PresentationOptions)> completionHandler)>;
   using ResponseHandler = std::function<void(const port::NotificationResponse& response,
                                              std::function<void()> completionHandler)>;
 
-  /// The push token arrived: the kit registers it (`OrvantaPush::didRegisterForRemoteNotifications`).
+  /// The push token arrived: the kit registers it
+  /// (`OrvantaPush::didRegisterForRemoteNotifications`).
   static void didRegisterForRemoteNotifications(const std::vector<std::uint8_t>& deviceToken,
                                                 TokenHandler hostHandler = {});
   /// A notification is about to be shown in front: the kit completes the request with its answer

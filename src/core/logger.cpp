@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 #include <cstdio>
 #include <ctime>
+#include <mutex>
 
 #include "core/constants.hpp"
 #include "core/logging_switch.hpp"

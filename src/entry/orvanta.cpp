@@ -47,8 +47,8 @@ void Orvanta::build(bool shared) {
   // shared accessors show; another instance from a context of its own.
   auto& context = components_->context;
   context = shared ? detail::processContext()
-                   : std::make_shared<detail::KitContext>(
-                         currentPlatform(), detail::sharedConfigurationCredentials());
+                   : std::make_shared<detail::KitContext>(currentPlatform(),
+                                                          detail::sharedConfigurationCredentials());
   // In this order: push, user data, analytics, in-app push handler; then the configuration.
   auto push = detail::makePushComponents(context, shared);
   components_->orvantaUserData = detail::makeUserData(context);
@@ -115,8 +115,8 @@ void Orvanta::setIsAutoConfigurationForPushNotificationsEnabled(bool enabled) {
 void OrvantaPushInterception::didRegisterForRemoteNotifications(
     const std::vector<std::uint8_t>& deviceToken, TokenHandler hostHandler) {
   detail::shielded([&] {
-    Orvanta::shared().components().pushInterception->didRegisterForRemoteNotifications(
-        deviceToken, hostHandler);
+    Orvanta::shared().components().pushInterception->didRegisterForRemoteNotifications(deviceToken,
+                                                                                       hostHandler);
   });
 }
 

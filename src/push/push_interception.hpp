@@ -15,8 +15,7 @@ namespace orvanta {
 /// While the push options' automatic configuration is on, each reaches the push facade, which
 /// completes the platform's request; then the host's handler, if any, runs with the same
 /// arguments. Calls arrive on the thread the platform chooses.
-class PushInterception : public port::NotificationCenterDelegate,
-                         public port::ApplicationDelegate {
+class PushInterception : public port::NotificationCenterDelegate, public port::ApplicationDelegate {
  public:
   explicit PushInterception(std::shared_ptr<OrvantaPush::Impl> push);
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "entry/components.hpp"
-#include "user/orvanta_user_data_impl.hpp"
 #include "testing/sandbox_test.hpp"
+#include "user/orvanta_user_data_impl.hpp"
 
 namespace orvanta {
 namespace {

@@ -1,12 +1,10 @@
 #include "linux/gio/gio_network_monitor.hpp"
 
 #include <gio/gio.h>
-#include <pthread.h>
 
 #include <condition_variable>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 namespace orvanta::linux_platform {
 
@@ -18,7 +16,6 @@ struct GioNetworkMonitor::Shared {
   std::optional<port::NetworkState> state;
   ChangeHandler handler;
   bool delivering = false;
-  std::thread::id thread;
   // Owned by the thread; valid from `ready` until the thread ends, which it does only after the
   // destructor has asked it to.
   GMainContext* context = nullptr;
@@ -26,30 +23,6 @@ struct GioNetworkMonitor::Shared {
 };
 
 namespace {
-
-/// Threads that ended while their monitor was destroyed on them; joined by the next monitor
-/// destroyed elsewhere, or at exit.
-struct PendingJoins {
-  std::mutex mutex;
-  std::vector<std::thread> threads;
-
-  ~PendingJoins() { joinAll(); }
-  void joinAll() {
-    std::vector<std::thread> joining;
-    {
-      std::lock_guard lock(mutex);
-      joining.swap(threads);
-    }
-    for (auto& thread : joining) {
-      thread.join();
-    }
-  }
-};
-
-PendingJoins& pendingJoins() {
-  static PendingJoins pending;
-  return pending;
-}
 
 port::NetworkConnectivity connectivityOf(GNetworkConnectivity connectivity) {
   switch (connectivity) {
@@ -133,7 +106,6 @@ GNetworkMonitor* makePrivateMonitor(GMainContext* context) {
 }
 
 void run(const std::shared_ptr<GioNetworkMonitor::Shared>& shared) {
-  pthread_setname_np(pthread_self(), "orvanta-netmon");
   GMainContext* context = g_main_context_new();
   GNetworkMonitor* monitor = makePrivateMonitor(context);
   if (monitor == nullptr) {
@@ -176,10 +148,10 @@ void run(const std::shared_ptr<GioNetworkMonitor::Shared>& shared) {
 
 }  // namespace
 
-GioNetworkMonitor::GioNetworkMonitor() : shared_(std::make_shared<Shared>()) {
-  thread_ = std::thread([shared = shared_] { run(shared); });
+GioNetworkMonitor::GioNetworkMonitor()
+    : shared_(std::make_shared<Shared>()),
+      thread_("orvanta-netmon", [shared = shared_] { run(shared); }) {
   std::unique_lock lock(shared_->mutex);
-  shared_->thread = thread_.get_id();
   shared_->changed.wait(lock, [this] { return shared_->ready; });
 }
 
@@ -196,13 +168,8 @@ GioNetworkMonitor::~GioNetworkMonitor() {
       g_source_unref(source);
     }
   }
-  if (std::this_thread::get_id() == thread_.get_id()) {
-    std::lock_guard lock(pendingJoins().mutex);
-    pendingJoins().threads.push_back(std::move(thread_));
-  } else {
-    thread_.join();
-    pendingJoins().joinAll();
-  }
+  // Destroyed from its own handler, the thread is handed over and joined later (see OwnedThread).
+  thread_.join();
 }
 
 std::optional<port::NetworkState> GioNetworkMonitor::currentState() const {
@@ -225,7 +192,7 @@ void GioNetworkMonitor::stopWatching() {
     std::unique_lock lock(shared_->mutex);
     dropped = std::move(shared_->handler);
     shared_->handler = nullptr;
-    if (std::this_thread::get_id() != shared_->thread) {
+    if (!thread_.isCurrent()) {
       shared_->changed.wait(lock, [this] { return !shared_->delivering; });
     }
   }

@@ -2,8 +2,8 @@
 
 #include <memory>
 #include <optional>
-#include <thread>
 
+#include "core/owned_thread.hpp"
 #include "orvanta/port/network_monitor.hpp"
 
 namespace orvanta::linux_platform {
@@ -18,8 +18,8 @@ namespace orvanta::linux_platform {
 /// `currentState` gives none and `startWatching` false.
 ///
 /// Change handlers run on the monitor's thread. Every member may be called from any thread; the
-/// object may be destroyed from its own change handler (the thread is then joined later, by the
-/// next monitor destroyed or at exit).
+/// object may be destroyed from its own change handler (the thread is then handed over and joined
+/// later, as an `OwnedThread` is).
 class GioNetworkMonitor final : public port::NetworkMonitor {
  public:
   GioNetworkMonitor();
@@ -36,7 +36,7 @@ class GioNetworkMonitor final : public port::NetworkMonitor {
 
  private:
   std::shared_ptr<Shared> shared_;
-  std::thread thread_;
+  OwnedThread thread_;
 };
 
 }  // namespace orvanta::linux_platform

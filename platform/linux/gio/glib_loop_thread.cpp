@@ -1,12 +1,10 @@
 #include "linux/gio/glib_loop_thread.hpp"
 
 #include <glib.h>
-#include <pthread.h>
 
 #include <deque>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 namespace orvanta::linux_platform {
 
@@ -32,37 +30,6 @@ struct GlibLoopThread::State {
 
 namespace {
 
-// A loop thread stopped from inside its own work can't be joined there; it ends on its own and
-// the next loop stopped on another thread joins it.
-struct PendingJoins {
-  std::mutex mutex;
-  std::vector<std::thread> threads;
-};
-
-PendingJoins& pendingJoins() {
-  static auto* pending = new PendingJoins();  // never destroyed: it may hold running threads
-  return *pending;
-}
-
-void joinPendingThreads() {
-  std::vector<std::thread> threads;
-  {
-    auto& pending = pendingJoins();
-    std::lock_guard lock(pending.mutex);
-    for (auto it = pending.threads.begin(); it != pending.threads.end();) {
-      if (it->get_id() != std::this_thread::get_id()) {
-        threads.push_back(std::move(*it));
-        it = pending.threads.erase(it);
-      } else {
-        ++it;
-      }
-    }
-  }
-  for (auto& thread : threads) {
-    thread.join();
-  }
-}
-
 void attachIdle(GMainContext* context, GSourceFunc function, gpointer data) {
   GSource* source = g_idle_source_new();
   g_source_set_callback(source, function, data, nullptr);
@@ -77,11 +44,8 @@ gboolean quitLoop(gpointer data) {
 
 }  // namespace
 
-GlibLoopThread::GlibLoopThread(const std::string& name) : state_(std::make_shared<State>()) {
-  thread_ = std::thread([state = state_] { run(state); });
-  threadId_ = thread_.get_id();
-  pthread_setname_np(thread_.native_handle(), name.substr(0, 15).c_str());
-}
+GlibLoopThread::GlibLoopThread(const std::string& name)
+    : state_(std::make_shared<State>()), thread_(name, [state = state_] { run(state); }) {}
 
 GlibLoopThread::~GlibLoopThread() {
   stop();
@@ -123,7 +87,7 @@ bool GlibLoopThread::post(std::function<void()> work) const {
 }
 
 bool GlibLoopThread::isCurrent() const {
-  return std::this_thread::get_id() == threadId_;
+  return thread_.isCurrent();
 }
 
 void GlibLoopThread::stop(std::function<void()> shutdown, std::function<bool()> settled) {
@@ -140,17 +104,8 @@ void GlibLoopThread::stop(std::function<void()> shutdown, std::function<bool()> 
       attachIdle(state_->context, quitLoop, state_->loop);
     }
   }
-  if (!thread_.joinable()) {
-    return;
-  }
-  if (isCurrent()) {
-    auto& pending = pendingJoins();
-    std::lock_guard lock(pending.mutex);
-    pending.threads.push_back(std::move(thread_));
-    return;
-  }
+  // Stopped from its own work, the thread is handed over and joined later (see OwnedThread).
   thread_.join();
-  joinPendingThreads();
   // `dropped` goes last, outside every lock: its closures may own other objects.
 }
 

@@ -3,7 +3,8 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
+
+#include "core/owned_thread.hpp"
 
 namespace orvanta::linux_platform {
 
@@ -41,8 +42,7 @@ class GlibLoopThread {
   static void run(const std::shared_ptr<State>& state);
 
   std::shared_ptr<State> state_;
-  std::thread thread_;
-  std::thread::id threadId_;
+  OwnedThread thread_;
 };
 
 }  // namespace orvanta::linux_platform
