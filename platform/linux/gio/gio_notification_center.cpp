@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "core/logger.hpp"
+#include "linux/gio/gio_bus.hpp"
 #include "linux/gio/glib_loop_thread.hpp"
 
 namespace orvanta::linux_platform {
@@ -28,10 +29,6 @@ constexpr const char* kServerInterface = "org.freedesktop.Notifications";
 
 using AuthorizationCompletion = std::function<void(bool, std::optional<Error>)>;
 using AddCompletion = std::function<void(std::optional<Error>)>;
-
-const GVariantType* variantType(const char* text) {
-  return reinterpret_cast<const GVariantType*>(text);  // a type is its type string
-}
 
 // D-Bus strings must be UTF-8; whatever a push carried is made valid first.
 std::string validUtf8(const std::string& text) {
@@ -61,8 +58,8 @@ std::string describeCallError(const GError* error) {
   return "the notification server failed: " + message;
 }
 
-std::string describeConnectError(const GError* error) {
-  return std::string("no session D-Bus (") + error->message + ")";
+std::string describeConnectError(const std::string& error) {
+  return "no session D-Bus (" + error + ")";
 }
 
 Error centreError(const std::string& why) {
@@ -79,13 +76,11 @@ std::string defaultApplicationName() {
 class Core : public std::enable_shared_from_this<Core> {
  public:
   explicit Core(GioNotificationCenterOptions options)
-      : options_(std::move(options)), cancellable_(g_cancellable_new()), loop_("orvanta-dbus") {
+      : options_(std::move(options)), loop_("orvanta-dbus") {
     if (options_.applicationName.empty()) {
       options_.applicationName = defaultApplicationName();
     }
   }
-
-  ~Core() { g_object_unref(cancellable_); }
 
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
@@ -134,17 +129,12 @@ class Core : public std::enable_shared_from_this<Core> {
   // Called once, by the centre's destructor, on any thread.
   void shutdown() {
     auto self = shared_from_this();
-    loop_.stop([self] { self->closeOnLoop(); }, [self] { return self->pendingCalls_ == 0; });
+    loop_.stop([self] { self->closeOnLoop(); }, [self] { return self->bus_.settled(); });
   }
 
  private:
   using Failure = std::function<void(const std::string& why)>;
-  using CallDone = std::function<void(GVariant* reply, const GError* error)>;
-
-  struct PendingCall {
-    Core* core;
-    CallDone done;
-  };
+  using CallDone = BusCalls::CallDone;
 
   static void deliver(const AuthorizationCompletion& completion, bool granted,
                       std::optional<Error> error) {
@@ -182,46 +172,13 @@ class Core : public std::enable_shared_from_this<Core> {
 
   void connect() {
     connecting_ = true;
-    std::string address = options_.busAddress;
-    if (address.empty()) {
-      GError* error = nullptr;
-      gchar* found = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_, &error);
-      if (found == nullptr) {
-        connected(nullptr, error);
-        g_error_free(error);
-        return;
-      }
-      address = found;
-      g_free(found);
-    }
-    ++pendingCalls_;
-    // A connection of our own (not GIO's shared one): closing it never touches the host's, and it
-    // never ends the process when the bus goes away.
-    g_dbus_connection_new_for_address(
-        address.c_str(),
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, cancellable_, &Core::onConnected, this);
+    bus_.openConnection(options_.busAddress,
+                        [this](GDBusConnection* connection, const std::string& error) {
+                          connected(connection, error);
+                        });
   }
 
-  static void onConnected(GObject*, GAsyncResult* result, gpointer data) {
-    auto* core = static_cast<Core*>(data);
-    GError* error = nullptr;
-    GDBusConnection* connection = g_dbus_connection_new_for_address_finish(result, &error);
-    --core->pendingCalls_;
-    if (core->closing_) {
-      if (connection != nullptr) {
-        core->closeConnection(connection);
-      }
-    } else {
-      core->connected(connection, error);
-    }
-    if (error != nullptr) {
-      g_error_free(error);
-    }
-  }
-
-  void connected(GDBusConnection* connection, const GError* error) {
+  void connected(GDBusConnection* connection, const std::string& error) {
     connecting_ = false;
     auto waiting = std::move(waiting_);
     waiting_.clear();
@@ -271,63 +228,19 @@ class Core : public std::enable_shared_from_this<Core> {
     GDBusConnection* connection = connection_;
     connection_ = nullptr;
     forgetShown();
-    closeConnection(connection);
-  }
-
-  // Closes and releases a connection; the loop waits for the close to finish before it ends.
-  void closeConnection(GDBusConnection* connection) {
-    ++pendingCalls_;
-    g_dbus_connection_close(
-        connection, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer data) {
-          g_dbus_connection_close_finish(reinterpret_cast<GDBusConnection*>(source), result,
-                                         nullptr);
-          --static_cast<Core*>(data)->pendingCalls_;
-        },
-        this);
-    g_object_unref(connection);
+    bus_.closeConnection(connection);
   }
 
   void closeOnLoop() {
-    closing_ = true;
-    g_cancellable_cancel(cancellable_);
+    bus_.close();
     waiting_.clear();
     dropConnection();
   }
 
   // One method call on the server; `done` runs on the loop thread, unless the centre is closing.
   void call(const char* method, GVariant* parameters, const char* replyType, CallDone done) {
-    if (connection_ == nullptr) {
-      if (parameters != nullptr) {
-        g_variant_unref(g_variant_ref_sink(parameters));
-      }
-      GError* error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_CLOSED, "connection closed");
-      done(nullptr, error);
-      g_error_free(error);
-      return;
-    }
-    ++pendingCalls_;
-    g_dbus_connection_call(connection_, kServerName, kServerPath, kServerInterface, method,
-                           parameters, variantType(replyType), G_DBUS_CALL_FLAGS_NONE, -1,
-                           cancellable_, &Core::onCallDone, new PendingCall{this, std::move(done)});
-  }
-
-  static void onCallDone(GObject* source, GAsyncResult* result, gpointer data) {
-    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
-    GError* error = nullptr;
-    GVariant* reply =
-        g_dbus_connection_call_finish(reinterpret_cast<GDBusConnection*>(source), result, &error);
-    Core* core = pending->core;
-    --core->pendingCalls_;
-    if (!core->closing_) {
-      pending->done(reply, error);
-    }
-    if (reply != nullptr) {
-      g_variant_unref(reply);
-    }
-    if (error != nullptr) {
-      g_error_free(error);
-    }
+    bus_.call(connection_, kServerName, kServerPath, kServerInterface, method, parameters,
+              replyType, std::move(done));
   }
 
   // --- presentation (loop thread) ----------------------------------------------------------
@@ -590,7 +503,7 @@ class Core : public std::enable_shared_from_this<Core> {
   std::weak_ptr<port::NotificationCenterDelegate> delegate_;
 
   // Loop thread only.
-  GCancellable* cancellable_;
+  BusCalls bus_;
   GDBusConnection* connection_ = nullptr;
   gulong closedHandler_ = 0;
   std::vector<guint> subscriptions_;
@@ -602,8 +515,6 @@ class Core : public std::enable_shared_from_this<Core> {
   std::map<std::uint32_t, port::Notification> shown_;  // by server id
   std::map<std::string, std::uint32_t> shownIds_;      // server id by request identifier
   bool failureLogged_ = false;                         // since the last notification shown
-  int pendingCalls_ = 0;                               // GIO calls started and not reported yet
-  bool closing_ = false;
 
   // Last: the thread stops before the members it uses are destroyed.
   GlibLoopThread loop_;

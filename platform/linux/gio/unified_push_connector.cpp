@@ -15,6 +15,7 @@
 
 #include "core/logger.hpp"
 #include "core/uuid.hpp"
+#include "linux/gio/gio_bus.hpp"
 #include "linux/gio/glib_loop_thread.hpp"
 #include "models/url.hpp"
 #include "push/remote_push_message.hpp"
@@ -52,10 +53,6 @@ constexpr const char* kIntrospection = R"(
 
 using Registered = std::function<void(std::vector<std::uint8_t>)>;
 using Failed = std::function<void(Error)>;
-
-const GVariantType* variantType(const char* text) {
-  return reinterpret_cast<const GVariantType*>(text);  // a type is its type string
-}
 
 Error failure(const std::string& why) {
   return Error::custom(why);
@@ -98,9 +95,7 @@ struct Record {
 class Core : public std::enable_shared_from_this<Core> {
  public:
   explicit Core(UnifiedPushConnectorOptions options)
-      : options_(std::move(options)), cancellable_(g_cancellable_new()), loop_("orvanta-upush") {}
-
-  ~Core() { g_object_unref(cancellable_); }
+      : options_(std::move(options)), loop_("orvanta-upush") {}
 
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
@@ -118,16 +113,11 @@ class Core : public std::enable_shared_from_this<Core> {
 
   void shutdown() {
     auto self = shared_from_this();
-    loop_.stop([self] { self->closeOnLoop(); }, [self] { return self->pendingCalls_ == 0; });
+    loop_.stop([self] { self->closeOnLoop(); }, [self] { return self->bus_.settled(); });
   }
 
  private:
-  using CallDone = std::function<void(GVariant* reply, const GError* error)>;
-
-  struct PendingCall {
-    Core* core;
-    CallDone done;
-  };
+  using CallDone = BusCalls::CallDone;
 
   // --- registration (loop thread) ----------------------------------------------------------
 
@@ -502,45 +492,13 @@ class Core : public std::enable_shared_from_this<Core> {
       return;
     }
     connected_ = std::move(ready);
-    std::string address = options_.busAddress;
-    if (address.empty()) {
-      GError* error = nullptr;
-      gchar* found = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_, &error);
-      if (found == nullptr) {
-        const std::string why = std::string("No session D-Bus (") + error->message + ")";
-        g_error_free(error);
-        return fail(why);
-      }
-      address = found;
-      g_free(found);
-    }
-    ++pendingCalls_;
-    // A connection of our own: closing it touches nothing of the host's, gives the name back,
-    // and a bus that goes away never ends the process.
-    g_dbus_connection_new_for_address(
-        address.c_str(),
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, cancellable_, &Core::onConnected, this);
-  }
-
-  static void onConnected(GObject*, GAsyncResult* result, gpointer data) {
-    auto* core = static_cast<Core*>(data);
-    GError* error = nullptr;
-    GDBusConnection* connection = g_dbus_connection_new_for_address_finish(result, &error);
-    --core->pendingCalls_;
-    if (core->closing_) {
-      if (connection != nullptr) {
-        core->closeConnection(connection);
-      }
-    } else if (connection == nullptr) {
-      core->fail(std::string("No session D-Bus (") + error->message + ")");
-    } else {
-      core->serve(connection);
-    }
-    if (error != nullptr) {
-      g_error_free(error);
-    }
+    bus_.openConnection(options_.busAddress,
+                        [this](GDBusConnection* connection, const std::string& error) {
+                          if (connection == nullptr) {
+                            return fail("No session D-Bus (" + error + ")");
+                          }
+                          serve(connection);
+                        });
   }
 
   // Serves the connector's object and takes the application's name.
@@ -555,7 +513,7 @@ class Core : public std::enable_shared_from_this<Core> {
       const std::string why =
           std::string("Could not serve the push connector (") + error->message + ")";
       g_error_free(error);
-      closeConnection(connection);
+      bus_.closeConnection(connection);
       return fail(why);
     }
     connection_ = connection;
@@ -603,25 +561,11 @@ class Core : public std::enable_shared_from_this<Core> {
     object_ = 0;
     g_signal_handler_disconnect(connection_, closedHandler_);
     closedHandler_ = 0;
-    closeConnection(std::exchange(connection_, nullptr));
-  }
-
-  void closeConnection(GDBusConnection* connection) {
-    ++pendingCalls_;
-    g_dbus_connection_close(
-        connection, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer data) {
-          g_dbus_connection_close_finish(reinterpret_cast<GDBusConnection*>(source), result,
-                                         nullptr);
-          --static_cast<Core*>(data)->pendingCalls_;
-        },
-        this);
-    g_object_unref(connection);
+    bus_.closeConnection(std::exchange(connection_, nullptr));
   }
 
   void closeOnLoop() {
-    closing_ = true;
-    g_cancellable_cancel(cancellable_);
+    bus_.close();
     endRegistration();
     waiters_.clear();
     latestRegistered_ = nullptr;
@@ -632,44 +576,14 @@ class Core : public std::enable_shared_from_this<Core> {
   // One method call; `done` runs on the loop thread unless the connector is closing.
   void call(const char* destination, const char* path, const char* interface, const char* method,
             GVariant* parameters, const char* replyType, CallDone done) {
-    if (connection_ == nullptr) {
-      if (parameters != nullptr) {
-        g_variant_unref(g_variant_ref_sink(parameters));
-      }
-      GError* error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_CLOSED, "connection closed");
-      done(nullptr, error);
-      g_error_free(error);
-      return;
-    }
-    ++pendingCalls_;
-    g_dbus_connection_call(connection_, destination, path, interface, method, parameters,
-                           replyType != nullptr ? variantType(replyType) : nullptr,
-                           G_DBUS_CALL_FLAGS_NONE, -1, cancellable_, &Core::onCallDone,
-                           new PendingCall{this, std::move(done)});
-  }
-
-  static void onCallDone(GObject* source, GAsyncResult* result, gpointer data) {
-    std::unique_ptr<PendingCall> pending(static_cast<PendingCall*>(data));
-    GError* error = nullptr;
-    GVariant* reply =
-        g_dbus_connection_call_finish(reinterpret_cast<GDBusConnection*>(source), result, &error);
-    Core* core = pending->core;
-    --core->pendingCalls_;
-    if (!core->closing_) {
-      pending->done(reply, error);
-    }
-    if (reply != nullptr) {
-      g_variant_unref(reply);
-    }
-    if (error != nullptr) {
-      g_error_free(error);
-    }
+    bus_.call(connection_, destination, path, interface, method, parameters, replyType,
+              std::move(done));
   }
 
   const UnifiedPushConnectorOptions options_;
 
   // Loop thread only.
-  GCancellable* cancellable_;
+  BusCalls bus_;
   GDBusConnection* connection_ = nullptr;
   guint object_ = 0;
   gulong closedHandler_ = 0;
@@ -684,8 +598,6 @@ class Core : public std::enable_shared_from_this<Core> {
   std::vector<std::pair<Registered, Failed>> waiters_;
   Registered latestRegistered_;  // told when the endpoint moves later
   std::string lastReported_;     // the endpoint `registered` was last given
-  int pendingCalls_ = 0;
-  bool closing_ = false;
 
   // Last: the thread stops before the members it uses are destroyed.
   GlibLoopThread loop_;
