@@ -16,8 +16,9 @@ struct ServiceURLs {
 };
 
 ServiceURLs& serviceURLs() {
-  static ServiceURLs urls;
-  return urls;
+  // Never destroyed: requests may still be built on the kit's threads while the process exits.
+  static auto* urls = new ServiceURLs();
+  return *urls;
 }
 
 }  // namespace

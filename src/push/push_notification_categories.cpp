@@ -21,7 +21,8 @@ struct CategoryEntry {
 };
 
 const std::array<CategoryEntry, 29>& categoryTable() {
-  static const std::array<CategoryEntry, 29> table = {{
+  // Never destroyed: the kit's threads may still build categories while the process exits.
+  static const auto* const table = new std::array<CategoryEntry, 29>{{
       {"DECISION", {Actions::yes, Actions::no}},
       {"DECISION_INVERTED", {Actions::no, Actions::yes}},
       {"ACCEPTANCE", {Actions::accept, Actions::decline}},
@@ -52,7 +53,7 @@ const std::array<CategoryEntry, 29>& categoryTable() {
       {"SHARE", {Actions::share}},
       {"SEE_MORE", {Actions::seeMore}},
   }};
-  return table;
+  return *table;
 }
 
 template <class Enum, std::size_t N>

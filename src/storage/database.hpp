@@ -56,12 +56,13 @@ namespace detail {
 /// The table of the record type `T`, declared once.
 template <Storable T>
 const TableBuilder& tableOf() {
-  static const TableBuilder table = [] {
-    TableBuilder builder{std::string(T::kTableName)};
-    T::create(builder);
+  // Never destroyed: the kit's database threads may still read it while the process exits.
+  static const TableBuilder* const table = [] {
+    auto* builder = new TableBuilder{std::string(T::kTableName)};
+    T::create(*builder);
     return builder;
   }();
-  return table;
+  return *table;
 }
 
 /// The index of the table's text primary-key column, or the column count when there is none.
