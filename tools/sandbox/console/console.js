@@ -92,8 +92,19 @@
     $(id).hidden = !isEmpty;
   }
 
+  // Lists are drawn anew at every change; keyboard focus inside one moves to the control of the
+  // same name in the new list, so a live update never takes it away from the person typing.
   function replaceChildren(node, children) {
+    const focused = document.activeElement;
+    const label = focused && node.contains(focused) ? focused.getAttribute('aria-label') : null;
     node.replaceChildren(...children);
+    if (label) {
+      const same = [...node.querySelectorAll('[aria-label]')]
+        .find((element) => element.getAttribute('aria-label') === label);
+      if (same) {
+        same.focus();
+      }
+    }
   }
 
   // --- control API ---------------------------------------------------------------------------
