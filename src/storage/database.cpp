@@ -224,7 +224,10 @@ SqliteTable::SqliteTable(const std::string& location, TableBuilder table)
   try {
     execute(connection, "PRAGMA journal_mode=WAL");
     execute(connection, "PRAGMA synchronous=NORMAL");
-    execute(connection, "PRAGMA cache_size=-1024");
+    // A small page cache: flushes read rows from the decoded-row cache, and what SQLite misses is
+    // in the system's file cache. 256 KiB keeps the table's tail and the index's busy pages; more
+    // measured no faster and costs the host memory.
+    execute(connection, "PRAGMA cache_size=-256");
   } catch (const Error&) {  // NOLINT(bugprone-empty-catch): the defaults still work
   }
 

@@ -9,16 +9,19 @@
 namespace orvanta::linux_platform {
 
 struct GlibLoopThread::State {
-  State() : context(g_main_context_new()), loop(g_main_loop_new(context, FALSE)) {}
+  State() = default;
   ~State() {
-    g_main_loop_unref(loop);
-    g_main_context_unref(context);
+    if (loop != nullptr) {
+      g_main_loop_unref(loop);
+      g_main_context_unref(context);
+    }
   }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  GMainContext* const context;
-  GMainLoop* const loop;
+  // Made with the thread, under `mutex`; unchanged afterwards.
+  GMainContext* context = nullptr;
+  GMainLoop* loop = nullptr;
 
   std::mutex mutex;
   std::deque<std::function<void()>> work;
@@ -44,8 +47,8 @@ gboolean quitLoop(gpointer data) {
 
 }  // namespace
 
-GlibLoopThread::GlibLoopThread(const std::string& name)
-    : state_(std::make_shared<State>()), thread_(name, [state = state_] { run(state); }) {}
+GlibLoopThread::GlibLoopThread(std::string name)
+    : name_(std::move(name)), state_(std::make_shared<State>()) {}
 
 GlibLoopThread::~GlibLoopThread() {
   stop();
@@ -76,6 +79,11 @@ bool GlibLoopThread::post(std::function<void()> work) const {
   if (state_->stopping) {
     return false;
   }
+  if (state_->loop == nullptr) {
+    state_->context = g_main_context_new();
+    state_->loop = g_main_loop_new(state_->context, FALSE);
+    thread_ = OwnedThread(name_, [state = state_] { run(state); });
+  }
   state_->work.push_back(std::move(work));
   if (!state_->drainScheduled) {
     state_->drainScheduled = true;
@@ -86,10 +94,6 @@ bool GlibLoopThread::post(std::function<void()> work) const {
   return true;
 }
 
-bool GlibLoopThread::isCurrent() const {
-  return thread_.isCurrent();
-}
-
 void GlibLoopThread::stop(std::function<void()> shutdown, std::function<bool()> settled) {
   std::deque<std::function<void()>> dropped;
   {
@@ -97,11 +101,13 @@ void GlibLoopThread::stop(std::function<void()> shutdown, std::function<bool()> 
     if (!state_->stopping) {
       state_->stopping = true;
       dropped.swap(state_->work);
-      state_->shutdown = std::move(shutdown);
-      state_->settled = std::move(settled);
-      // Quitting from a source, rather than from here, makes sure the loop is running when it
-      // is asked to quit.
-      attachIdle(state_->context, quitLoop, state_->loop);
+      if (state_->loop != nullptr) {
+        state_->shutdown = std::move(shutdown);
+        state_->settled = std::move(settled);
+        // Quitting from a source, rather than from here, makes sure the loop is running when it
+        // is asked to quit.
+        attachIdle(state_->context, quitLoop, state_->loop);
+      }
     }
   }
   // Stopped from its own work, the thread is handed over and joined later (see OwnedThread).

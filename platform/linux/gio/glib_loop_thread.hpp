@@ -12,13 +12,14 @@ namespace orvanta::linux_platform {
 /// thread's default context for the thread's whole life, so the GIO calls made on the thread
 /// (asynchronous calls, signal subscriptions, connections) deliver their callbacks there.
 ///
-/// `post` may be called from any thread; the work runs on the loop thread, one item at a time and
-/// in order of posting, between GLib's own callbacks. An exception thrown by a work item is
-/// dropped.
+/// The thread and its context are made by the first `post`, so an adapter that is never used costs
+/// no thread and leaves GLib untouched. `post` may be called from any thread; the work runs on the
+/// loop thread, one item at a time and in order of posting, between GLib's own callbacks. An
+/// exception thrown by a work item is dropped.
 class GlibLoopThread {
  public:
-  /// Starts the thread; `name` is cut to the 15 bytes Linux keeps.
-  explicit GlibLoopThread(const std::string& name);
+  /// Starts nothing yet; `name` (cut to the 15 bytes Linux keeps) is the thread's, once started.
+  explicit GlibLoopThread(std::string name);
   /// Stops the thread (see `stop`) when that was not done yet.
   ~GlibLoopThread();
   GlibLoopThread(const GlibLoopThread&) = delete;
@@ -26,9 +27,6 @@ class GlibLoopThread {
 
   /// Queues `work` for the loop thread. False, and `work` released, once `stop` was called.
   bool post(std::function<void()> work) const;
-  /// True on the loop thread.
-  bool isCurrent() const;
-
   /// Ends the thread. Later posts are refused and work not yet started is dropped (released on
   /// the calling thread). On the loop thread, once the running item is done, `shutdown` runs; then
   /// the context keeps turning until `settled()` is true (GIO reports cancelled calls that way),
@@ -41,8 +39,9 @@ class GlibLoopThread {
   struct State;
   static void run(const std::shared_ptr<State>& state);
 
+  const std::string name_;
   std::shared_ptr<State> state_;
-  OwnedThread thread_;
+  mutable OwnedThread thread_;  // started by the first `post`, under the state's mutex
 };
 
 }  // namespace orvanta::linux_platform
