@@ -20,8 +20,6 @@ class BusCalls {
   BusCalls(const BusCalls&) = delete;
   BusCalls& operator=(const BusCalls&) = delete;
 
-  GCancellable* cancellable() const { return cancellable_; }
-  bool closing() const { return closing_; }
   bool settled() const { return pending_ == 0; }
 
   /// Called with a connection that is ours to close (`closeConnection`), or with none and GIO's
