@@ -37,7 +37,8 @@ KeychainAccess::KeychainAccess(std::shared_ptr<port::SecureStore> store)
     : store_(std::move(store)) {}
 
 void KeychainAccess::set(const std::optional<Bytes>& data, const std::string& key) {
-  remove(key);
+  std::lock_guard lock(lock_);
+  removeLocked(key);
   if (!data) {
     return;
   }
@@ -47,6 +48,11 @@ void KeychainAccess::set(const std::optional<Bytes>& data, const std::string& ke
 }
 
 void KeychainAccess::remove(const std::string& key) {
+  std::lock_guard lock(lock_);
+  removeLocked(key);
+}
+
+void KeychainAccess::removeLocked(const std::string& key) {
   switch (store_->remove(key)) {
     case port::SecureStoreStatus::success:
     case port::SecureStoreStatus::itemNotFound:

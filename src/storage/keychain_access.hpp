@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,10 +15,12 @@ namespace orvanta {
 
 /// The kit's view of the platform's secure store: items identified by account name alone.
 ///
-/// Reads are serialised by `readLock_` and never fail: any problem reads as no value. Writes and
-/// deletes are not serialised and throw an `orvanta::Error` of the `keychain` domain (code = the
-/// ordinal of the `KeychainAccess::Error` case, message = its text); callers catch it, it never
-/// reaches the host. Every member may be called from any thread.
+/// Reads never fail: any problem reads as no value. Writes and deletes throw an `orvanta::Error` of
+/// the `keychain` domain (code = the ordinal of the `KeychainAccess::Error` case, message = its
+/// text); callers catch it, it never reaches the host. Every member may be called from any thread.
+///
+/// A write replaces an item by deleting it and adding the new one; reads wait while a write or a
+/// delete is under way, so no reader ever sees an item missing because it is being replaced.
 class KeychainAccess {
  public:
   /// Failures of the secure store, in declared order (the ordinal is the error code).
@@ -44,7 +47,7 @@ class KeychainAccess {
   /// The item under `key` converted to T; none when missing, unreadable or not convertible.
   template <DataConvertible T>
   std::optional<T> get(const std::string& key) {
-    std::lock_guard lock(readLock_);
+    std::shared_lock lock(lock_);
     auto bytes = store_->read(key);
     if (!bytes) {
       return std::nullopt;
@@ -62,7 +65,10 @@ class KeychainAccess {
   const std::shared_ptr<port::SecureStore>& secureStore() const { return store_; }
 
  private:
-  std::mutex readLock_;
+  void removeLocked(const std::string& key);
+
+  /// Shared by readers, exclusive for the whole of a write or a delete.
+  std::shared_mutex lock_;
   std::shared_ptr<port::SecureStore> store_;
 };
 
