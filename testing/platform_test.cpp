@@ -51,7 +51,7 @@ class SandboxEnvironment : public ::testing::Environment {
     platform_->install();
   }
   void TearDown() override {
-    installPlatform(nullptr);
+    detail::reinstallPlatform(nullptr);
     platform_.reset();
   }
 
@@ -109,7 +109,8 @@ std::shared_ptr<Platform> TestPlatform::build(const std::shared_ptr<port::MainQu
 }
 
 void TestPlatform::install() const {
-  installPlatform(platform_);
+  // Each test stands for a fresh process, whatever the one before it used.
+  detail::reinstallPlatform(platform_);
 }
 
 std::shared_ptr<Platform> TestPlatform::relaunch() const {
@@ -125,7 +126,7 @@ void PlatformTest::SetUp() {
 
 void PlatformTest::TearDown() {
   context_.reset();
-  installPlatform(previous_);
+  detail::reinstallPlatform(previous_);
   previous_.reset();
   test_.reset();
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,25 @@ struct ORVANTA_API OrvantaPushDelegate {
       unreachedNotificationIsAvailableToDisplay;
 };
 
+/// The host's view of this installation's registration, apart from `OrvantaPushDelegate` (whose
+/// callbacks stay as they are). Each member is optional. All of them run on the main queue, in the
+/// order things happened; they must not block it.
+///
+///   auto observer = std::make_shared<orvanta::OrvantaRegistrationObserver>();
+///   observer->didRegisterWithService = [](const auto& token) { ... };
+///   orvanta::Orvanta::push().setRegistrationObserver(observer);  // held weakly
+struct ORVANTA_API OrvantaRegistrationObserver {
+  /// The push transport gave this installation a token; `token` is its lower-case hex text, as
+  /// the service receives it.
+  std::function<void(const std::string& token)> didReceiveToken;
+  /// The service accepted the device record (after a new token, `OrvantaUserData::saveUser`, or a
+  /// retry); `deviceToken` is the token in the record it accepted, none before the first.
+  std::function<void(const std::optional<std::string>& deviceToken)> didRegisterWithService;
+  /// Registration failed: the push transport gave no token (no distributor, say), or the service
+  /// refused the record or could not be reached (the kit tries again every 60 seconds).
+  std::function<void(const Error& error)> didFailToRegister;
+};
+
 /// The push facade, reached as `Orvanta::push()`. One instance exists, owned by the kit.
 /// Every member may be called from any thread and never throws; no failure reaches the host.
 class ORVANTA_API OrvantaPush {
@@ -71,6 +91,10 @@ class ORVANTA_API OrvantaPush {
   /// The host's listener, held weakly: a released delegate simply stops being called.
   void setDelegate(std::shared_ptr<OrvantaPushDelegate> delegate);
   std::shared_ptr<OrvantaPushDelegate> delegate() const;
+
+  /// The host's registration observer, held weakly like the delegate.
+  void setRegistrationObserver(std::shared_ptr<OrvantaRegistrationObserver> observer);
+  std::shared_ptr<OrvantaRegistrationObserver> registrationObserver() const;
 
   /// The options in force (`OrvantaPushOptions::defaultOptions()` until the host registers).
   std::shared_ptr<OrvantaPushOptions> options() const;

@@ -14,8 +14,10 @@ namespace orvanta {
 /// record, loaded on first use; edits are kept in memory and sent only by `saveUser`, which also
 /// keeps them for later launches.
 ///
-/// Meant for one thread at a time (the host's main thread, normally); never throws, and no
-/// failure reaches the host (the outcome of `saveUser` is logged).
+/// Every member may be called from any thread: each call reads or edits the record as a whole.
+/// Edits from several threads interleave call by call, so a host that builds one profile from
+/// several threads orders them itself. Never throws, and no failure reaches the host (the outcome
+/// of `saveUser` is logged and told to the push facade's registration observer).
 class ORVANTA_API OrvantaUserData {
  public:
   virtual ~OrvantaUserData();

@@ -40,9 +40,14 @@ struct ORVANTA_API Platform {
 };
 
 /// Installs `platform` for the whole process. Call it once, before the first use of the kit
-/// (`Orvanta::configure`, any facade). Installing again replaces the platform for every later use;
-/// a null pointer brings back the Linux default on next use. Thread-safe.
-ORVANTA_API void installPlatform(std::shared_ptr<Platform> platform);
+/// (`Orvanta::configure`, any facade, `currentPlatform`). Installing again before that replaces
+/// the platform; a null pointer brings back the Linux default on next use.
+///
+/// Once the kit is in use (its entry point was built, or the Linux default was bound because
+/// nothing was installed) its components keep the platform they were built on, so a later call
+/// changes nothing, returns false and logs one error line naming the call that used the kit first.
+/// Returns true when `platform` is in force. Thread-safe.
+ORVANTA_API bool installPlatform(std::shared_ptr<Platform> platform);
 
 /// The platform in force; the Linux default (see `linux_platform.hpp`) when none was installed.
 ORVANTA_API std::shared_ptr<Platform> currentPlatform();

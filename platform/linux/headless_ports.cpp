@@ -13,6 +13,8 @@ HeadlessNotificationCenter::HeadlessNotificationCenter(std::shared_ptr<port::Mai
 void HeadlessNotificationCenter::requestAuthorization(
     port::AuthorizationOptions,
     std::function<void(bool granted, std::optional<Error> error)> completionHandler) {
+  // The kit's push facade stays silent when permission is refused, so the centre says why.
+  OrvantaLogger::error("Permission to show notifications refused: " + reason_);
   if (completionHandler) {
     mainQueue_->async([completionHandler, reason = reason_] {
       completionHandler(false, Error(Error::Domain::system, 0, reason));

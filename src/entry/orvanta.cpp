@@ -46,9 +46,13 @@ void Orvanta::build(bool shared) {
   // The shared instance is built from the context whose stores and device authorization the
   // shared accessors show; another instance from a context of its own.
   auto& context = components_->context;
-  context = shared ? detail::processContext()
-                   : std::make_shared<detail::KitContext>(currentPlatform(),
-                                                          detail::sharedConfigurationCredentials());
+  if (shared) {
+    context = detail::processContext();
+    detail::markInUse();
+  } else {
+    context = std::make_shared<detail::KitContext>(currentPlatform(),
+                                                   detail::sharedConfigurationCredentials());
+  }
   // In this order: push, user data, analytics, in-app push handler; then the configuration.
   auto push = detail::makePushComponents(context, shared);
   components_->orvantaUserData = detail::makeUserData(context);
@@ -64,12 +68,14 @@ void Orvanta::build(bool shared) {
 Orvanta::~Orvanta() = default;
 
 Orvanta& Orvanta::shared() {
+  detail::noteEntry("Orvanta::shared()");
   // Never destroyed: components may still be in use by threads running at process exit.
   static Orvanta* instance = new Orvanta(SharedInstance{});
   return *instance;
 }
 
 void Orvanta::configure(std::shared_ptr<OrvantaConfiguration> configuration) {
+  detail::noteEntry("Orvanta::configure()");
   detail::shielded([&] {
     Orvanta& orvanta = shared();
     if (!configuration) {
@@ -93,14 +99,17 @@ void Orvanta::configure(std::shared_ptr<OrvantaConfiguration> configuration) {
 }
 
 OrvantaPush& Orvanta::push() {
+  detail::noteEntry("Orvanta::push()");
   return *shared().components_->orvantaPush;
 }
 
 OrvantaAnalytics& Orvanta::analytics() {
+  detail::noteEntry("Orvanta::analytics()");
   return *shared().components_->orvantaAnalytics;
 }
 
 OrvantaUserData& Orvanta::user() {
+  detail::noteEntry("Orvanta::user()");
   return *shared().components_->orvantaUserData;
 }
 

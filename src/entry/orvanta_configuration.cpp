@@ -4,6 +4,14 @@
 #include "entry/platform_installation.hpp"
 
 namespace orvanta {
+namespace {
+
+std::shared_ptr<detail::KitContext> context() {
+  detail::noteEntry("OrvantaConfiguration");
+  return detail::processContext();
+}
+
+}  // namespace
 
 std::shared_ptr<OrvantaConfiguration> OrvantaConfiguration::defaultConfiguration() {
   auto configuration = std::make_shared<OrvantaConfiguration>();
@@ -12,28 +20,28 @@ std::shared_ptr<OrvantaConfiguration> OrvantaConfiguration::defaultConfiguration
 }
 
 std::string OrvantaConfiguration::appId() const {
-  return detail::processContext()->configFile()->appId();
+  return context()->configFile()->appId();
 }
 
 std::string OrvantaConfiguration::token() const {
-  return detail::processContext()->configFile()->token();
+  return context()->configFile()->token();
 }
 
 std::string OrvantaConfiguration::secret() const {
-  return detail::processContext()->configFile()->secret();
+  return context()->configFile()->secret();
 }
 
 std::string OrvantaConfiguration::eventsToken() const {
-  return detail::processContext()->configFile()->eventsToken();
+  return context()->configFile()->eventsToken();
 }
 
 bool OrvantaConfiguration::isLoggingEnabled() const {
-  return detail::isLoggingEnabled(*detail::processContext()->platform()->preferences);
+  return detail::isLoggingEnabled(*context()->platform()->preferences);
 }
 
 void OrvantaConfiguration::setIsLoggingEnabled(bool enabled) {
   loggingChoice_.store(enabled ? kOn : kOff);
-  detail::setLoggingEnabled(*detail::processContext()->platform()->preferences, enabled);
+  detail::setLoggingEnabled(*context()->platform()->preferences, enabled);
 }
 
 }  // namespace orvanta

@@ -1,6 +1,8 @@
 #include "entry/platform_installation.hpp"
 
+#include <atomic>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "core/guard.hpp"
@@ -16,6 +18,8 @@ namespace {
 struct ProcessState {
   std::mutex mutex;
   std::shared_ptr<detail::KitContext> context;
+  /// What used the kit first; empty while the platform may still be installed.
+  std::string usedBy;
 };
 
 ProcessState& processState() {
@@ -32,10 +36,26 @@ std::shared_ptr<detail::KitContext> contextFor(std::shared_ptr<Platform> platfor
                                               detail::sharedConfigurationCredentials());
 }
 
-}  // namespace
+/// The first public call into the kit, for the line of an `installPlatform` that came too late.
+std::atomic<const char*> firstEntry{nullptr};
 
-void installPlatform(std::shared_ptr<Platform> platform) {
+std::string firstUse() {
+  const char* entry = firstEntry.load();
+  return entry != nullptr ? entry : "a call into the kit";
+}
+
+bool install(std::shared_ptr<Platform> platform, bool evenInUse) {
   std::shared_ptr<detail::KitContext> context;
+  auto& state = processState();
+  {
+    std::lock_guard lock(state.mutex);
+    if (!state.usedBy.empty() && !evenInUse) {
+      OrvantaLogger::error("installPlatform came after the kit's first use (" + state.usedBy +
+                           "), whose platform stays in force: install the platform before any "
+                           "other call into the kit");
+      return false;
+    }
+  }
   if (platform) {
     // Ports left empty take the Linux default, one by one; a complete platform is used as it is.
     auto complete = std::make_shared<Platform>(*platform);
@@ -44,20 +64,35 @@ void installPlatform(std::shared_ptr<Platform> platform) {
   } else {
     OrvantaLogger::bind(nullptr);
   }
-  auto& state = processState();
   std::shared_ptr<detail::KitContext> previous;
   {
     std::lock_guard lock(state.mutex);
+    if (!state.usedBy.empty() && !evenInUse) {
+      return false;  // another thread began using the kit meanwhile; `context` is dropped
+    }
     previous = std::exchange(state.context, std::move(context));
+    if (evenInUse) {
+      state.usedBy.clear();
+      firstEntry.store(nullptr);
+    }
   }
   // `previous` is released here, outside the lock: its threads may call back into the kit.
+  return true;
+}
+
+}  // namespace
+
+bool installPlatform(std::shared_ptr<Platform> platform) {
+  return detail::shielded([&] { return install(std::move(platform), false); }, false);
 }
 
 std::shared_ptr<Platform> currentPlatform() {
+  detail::noteEntry("orvanta::currentPlatform()");
   return detail::processContext()->platform();
 }
 
 void deliverRemoteNotification(const ValueMap& userInfo) {
+  detail::noteEntry("orvanta::deliverRemoteNotification()");
   detail::shielded([&] {
     const auto& platform = detail::processContext()->platform();
     // The application's own delivery when it has one (the Linux default's), with the host's
@@ -76,6 +111,7 @@ void deliverRemoteNotification(const ValueMap& userInfo) {
 }
 
 void postLifecycleEvent(port::LifecycleEvent event) {
+  detail::noteEntry("orvanta::postLifecycleEvent()");
   detail::shielded([&] {
     if (auto* lifecycle =
             dynamic_cast<HostLifecycle*>(detail::processContext()->platform()->lifecycle.get())) {
@@ -85,6 +121,7 @@ void postLifecycleEvent(port::LifecycleEvent event) {
 }
 
 void postWillSuspend() {
+  detail::noteEntry("orvanta::postWillSuspend()");
   detail::shielded([] {
     if (auto* lifecycle =
             dynamic_cast<HostLifecycle*>(detail::processContext()->platform()->lifecycle.get())) {
@@ -105,9 +142,32 @@ std::shared_ptr<KitContext> processContext() {
   auto& state = processState();
   std::lock_guard lock(state.mutex);
   if (!state.context) {
+    // Nothing was installed: the Linux default is bound for good.
     state.context = contextFor(makeLinuxPlatform());
+    if (state.usedBy.empty()) {
+      state.usedBy = firstUse() + ", over the Linux default platform";
+    }
   }
   return state.context;
+}
+
+void noteEntry(const char* entry) noexcept {
+  if (firstEntry.load(std::memory_order_relaxed) == nullptr) {
+    const char* none = nullptr;
+    firstEntry.compare_exchange_strong(none, entry);
+  }
+}
+
+void markInUse() {
+  auto& state = processState();
+  std::lock_guard lock(state.mutex);
+  if (state.usedBy.empty()) {
+    state.usedBy = firstUse();
+  }
+}
+
+void reinstallPlatform(std::shared_ptr<Platform> platform) {
+  install(std::move(platform), true);
 }
 
 }  // namespace detail

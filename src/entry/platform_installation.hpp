@@ -18,6 +18,19 @@ std::shared_ptr<Platform> installedPlatformOrNull();
 /// configuration. Any thread.
 std::shared_ptr<KitContext> processContext();
 
+/// Remembers `entry` (a public call, such as "Orvanta::analytics()") as the kit's first use when
+/// none was remembered before: what `installPlatform` names when it comes too late. Any thread.
+void noteEntry(const char* entry) noexcept;
+
+/// The kit is in use from now on: its entry point is being built over the process context, so
+/// `installPlatform` can no longer change the platform. Any thread.
+void markInUse();
+
+/// Installs `platform` even when the kit is in use, and forgets that use: for tests, which stand
+/// for a fresh process or a relaunch. Components built earlier keep the platform they were built
+/// on.
+void reinstallPlatform(std::shared_ptr<Platform> platform);
+
 /// Credentials read from `Orvanta::shared().configuration()` on every request, so that the first
 /// request creates the kit, as the first touch of any part of it does.
 std::shared_ptr<const CredentialsSource> sharedConfigurationCredentials();

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "core/guard.hpp"
 #include "core/logger.hpp"
 #include "core/utf8.hpp"
 #include "models/json.hpp"
@@ -101,12 +102,18 @@ void AuthData::registerDevice(const OrvantaDevice& record, const std::string& su
   }
   std::weak_ptr<AuthData> weakSelf = weak_from_this();
   CompletionHandler<Void> handler;
-  handler.onNext = [successMessage] { OrvantaLogger::info(successMessage); };
+  handler.onNext = [weakSelf, record, successMessage] {
+    OrvantaLogger::info(successMessage);
+    if (auto self = weakSelf.lock()) {
+      self->tellOutcome(record, std::nullopt);
+    }
+  };
   // The answer is handled as usual even when a newer registration began meanwhile: its failure
   // schedules a retry of this record, in place of any retry pending by then.
   handler.onError = [weakSelf, record, successMessage](const Error& error) {
     OrvantaLogger::error(error);
     if (auto self = weakSelf.lock()) {
+      self->tellOutcome(record, error);
       self->prepareTimer([weakSelf, record, successMessage] {
         if (auto owner = weakSelf.lock()) {
           owner->registerDevice(record, successMessage);
@@ -115,6 +122,22 @@ void AuthData::registerDevice(const OrvantaDevice& record, const std::string& su
     }
   };
   dependencies_.devicesService->registerDevice(record, std::move(handler));
+}
+
+void AuthData::setRegistrationOutcome(RegistrationOutcome outcome) {
+  std::lock_guard lock(outcomeMutex_);
+  outcome_ = std::move(outcome);
+}
+
+void AuthData::tellOutcome(const OrvantaDevice& record, const std::optional<Error>& error) const {
+  RegistrationOutcome outcome;
+  {
+    std::lock_guard lock(outcomeMutex_);
+    outcome = outcome_;
+  }
+  if (outcome) {
+    detail::shielded([&] { outcome(record, error); });
+  }
 }
 
 bool AuthData::hasPendingRetry() const {

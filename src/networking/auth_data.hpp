@@ -81,6 +81,12 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
   /// True while a retry is waiting on the main queue.
   bool hasPendingRetry() const;
 
+  /// Told of every registration's answer, after its log line: the record sent, and the error when
+  /// the service did not accept it. Runs on the HTTP client's thread; none by default.
+  using RegistrationOutcome =
+      std::function<void(const OrvantaDevice& record, const std::optional<Error>& error)>;
+  void setRegistrationOutcome(RegistrationOutcome outcome);
+
   const Dependencies& dependencies() const { return dependencies_; }
 
  protected:
@@ -90,6 +96,7 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
  private:
   OrvantaDevice checkIfCurrentVersionAndUpdateModelIfNeeded() const;
   void writeDevice(const OrvantaDevice& device) const;
+  void tellOutcome(const OrvantaDevice& record, const std::optional<Error>& error) const;
   /// Schedules `action` 60 seconds ahead, in place of any pending retry.
   void prepareTimer(std::function<void()> action);
   Dependencies dependencies_;
@@ -102,6 +109,9 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
   mutable std::mutex decodedMutex_;
   mutable std::string decodedBytes_;              ///< guarded by decodedMutex_
   mutable std::optional<OrvantaDevice> decoded_;  ///< guarded by decodedMutex_
+
+  mutable std::mutex outcomeMutex_;
+  RegistrationOutcome outcome_;  ///< guarded by outcomeMutex_
 
   /// Serialises the read-modify-write of `storeDeviceTokenAndRegister`.
   std::mutex recordMutex_;

@@ -51,6 +51,15 @@ std::shared_ptr<OrvantaPushDelegate> OrvantaPush::delegate() const {
                           std::shared_ptr<OrvantaPushDelegate>());
 }
 
+void OrvantaPush::setRegistrationObserver(std::shared_ptr<OrvantaRegistrationObserver> observer) {
+  detail::shielded([&] { impl_->setRegistrationObserver(std::move(observer)); });
+}
+
+std::shared_ptr<OrvantaRegistrationObserver> OrvantaPush::registrationObserver() const {
+  return detail::shielded([&] { return impl_->registrationObserver(); },
+                          std::shared_ptr<OrvantaRegistrationObserver>());
+}
+
 std::shared_ptr<OrvantaPushOptions> OrvantaPush::options() const {
   return impl_->options();
 }
@@ -101,6 +110,54 @@ std::shared_ptr<OrvantaPushDelegate> OrvantaPush::Impl::delegate() const {
   return delegate_.lock();
 }
 
+void OrvantaPush::Impl::setRegistrationObserver(
+    std::shared_ptr<OrvantaRegistrationObserver> observer) {
+  bool observe = false;
+  {
+    std::lock_guard lock(mutex_);
+    observer_ = observer;
+    observe = observer && !std::exchange(observingAuthData_, true);
+  }
+  if (observe) {
+    std::weak_ptr<Impl> weak = weak_from_this();
+    dependencies_.authData->setRegistrationOutcome(
+        [weak](const OrvantaDevice& record, const std::optional<Error>& error) {
+          auto self = weak.lock();
+          if (!self) {
+            return;
+          }
+          self->tellObserver([token = record.deviceToken, error](const auto& listener) {
+            if (error && listener.didFailToRegister) {
+              listener.didFailToRegister(*error);
+            } else if (!error && listener.didRegisterWithService) {
+              listener.didRegisterWithService(token);
+            }
+          });
+        });
+  }
+}
+
+std::shared_ptr<OrvantaRegistrationObserver> OrvantaPush::Impl::registrationObserver() const {
+  std::lock_guard lock(mutex_);
+  return observer_.lock();
+}
+
+void OrvantaPush::Impl::tellObserver(
+    std::function<void(const OrvantaRegistrationObserver&)> call) const {
+  if (!registrationObserver()) {
+    return;
+  }
+  // The observer is looked up again when the work runs: one released meanwhile is not called.
+  std::weak_ptr<const Impl> weak = weak_from_this();
+  dependencies_.mainQueue->async([weak, call = std::move(call)] {
+    auto self = weak.lock();
+    auto observer = self ? self->registrationObserver() : nullptr;
+    if (observer) {
+      detail::shielded([&] { call(*observer); });
+    }
+  });
+}
+
 std::shared_ptr<OrvantaPushOptions> OrvantaPush::Impl::options() const {
   std::lock_guard lock(mutex_);
   return options_;
@@ -148,6 +205,12 @@ void OrvantaPush::Impl::unregisterForPushNotifications() {
 void OrvantaPush::Impl::didRegisterForRemoteNotifications(
     const std::vector<std::uint8_t>& deviceToken) {
   const std::string token = detail::hexString(deviceToken);
+  // Told before the registration starts, so the observer hears of the token before its outcome.
+  tellObserver([token](const auto& observer) {
+    if (observer.didReceiveToken) {
+      observer.didReceiveToken(token);
+    }
+  });
   dependencies_.authData->storeDeviceTokenAndRegister(token);
   OrvantaLogger::info("APNs token retrieved: " + token);
   dependencies_.categoriesFactory->setNotificationCategories(*dependencies_.notificationCenter);
@@ -157,6 +220,11 @@ void OrvantaPush::Impl::didFailToRegisterForRemoteNotifications(const Error& err
   OrvantaLogger::error([&] {
     return "Failed to register for remote notifications with error: " +
            error.localizedDescription();
+  });
+  tellObserver([error](const auto& observer) {
+    if (observer.didFailToRegister) {
+      observer.didFailToRegister(error);
+    }
   });
 }
 

@@ -39,6 +39,8 @@ class OrvantaPush::Impl : public std::enable_shared_from_this<OrvantaPush::Impl>
 
   void setDelegate(std::shared_ptr<OrvantaPushDelegate> delegate);
   std::shared_ptr<OrvantaPushDelegate> delegate() const;
+  void setRegistrationObserver(std::shared_ptr<OrvantaRegistrationObserver> observer);
+  std::shared_ptr<OrvantaRegistrationObserver> registrationObserver() const;
   std::shared_ptr<OrvantaPushOptions> options() const;
   void setOptions(std::shared_ptr<OrvantaPushOptions> options);
 
@@ -59,8 +61,13 @@ class OrvantaPush::Impl : public std::enable_shared_from_this<OrvantaPush::Impl>
 
   Dependencies dependencies_;
   mutable std::mutex mutex_;
-  std::weak_ptr<OrvantaPushDelegate> delegate_;  ///< guarded by mutex_
-  std::shared_ptr<OrvantaPushOptions> options_;  ///< guarded by mutex_
+  /// Runs `call` with the registration observer on the main queue, when one is set then.
+  void tellObserver(std::function<void(const OrvantaRegistrationObserver&)> call) const;
+
+  std::weak_ptr<OrvantaPushDelegate> delegate_;          ///< guarded by mutex_
+  std::weak_ptr<OrvantaRegistrationObserver> observer_;  ///< guarded by mutex_
+  bool observingAuthData_ = false;                       ///< guarded by mutex_
+  std::shared_ptr<OrvantaPushOptions> options_;          ///< guarded by mutex_
 };
 
 namespace detail {

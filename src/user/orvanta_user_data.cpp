@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "core/guard.hpp"
+#include "core/utf8.hpp"
 #include "user/orvanta_user_data_impl.hpp"
 
 namespace orvanta {
@@ -42,6 +43,9 @@ std::optional<std::string> readField(const OrvantaUserData::Impl& impl, Field fi
 }
 
 void writeField(OrvantaUserData::Impl& impl, Field field, std::optional<std::string> value) {
+  if (value) {
+    repairUtf8(*value);  // host text, repaired where it enters
+  }
   detail::shielded(
       [&] { impl.edit([&](OrvantaDevice& device) { device.user.*field = std::move(value); }); });
 }

@@ -352,15 +352,17 @@ TEST_F(GioNotificationCenterTest, AuthorizationAndPresentingSucceedWhileAServerA
                                   });
   };
 
-  // A bus without a server: refused, silently (asking is not presenting); presenting fails and
-  // the reason is logged once.
+  // A bus without a server: refused, with one line saying why; presenting fails and the reason
+  // is logged once.
   ask();
   ASSERT_TRUE(answers.waitFor(1));
   EXPECT_FALSE(answers.items()[0].first);
   ASSERT_TRUE(answers.items()[0].second);
   EXPECT_THAT(answers.items()[0].second->localizedDescription(),
               HasSubstr("no notification server"));
-  EXPECT_THAT(logSink().lines(), IsEmpty());
+  ASSERT_EQ(logSink().lines().size(), 1u);
+  EXPECT_THAT(logSink().lines()[0], HasSubstr("Permission to show notifications refused: no "
+                                              "notification server on the session D-Bus"));
   add(request("a", "Nobody sees this"));
   add(request("b", "Nor this"));
   ASSERT_TRUE(outcomes_.waitFor(2));
@@ -418,6 +420,9 @@ TEST_F(GioNotificationCenterTest, WithoutABusNothingIsShownAndTheKitCarriesOn) {
   const auto logged = logSink().linesContaining("Notifications can't be shown");
   ASSERT_EQ(logged.size(), 1u);
   EXPECT_THAT(logged[0], HasSubstr("no session D-Bus"));
+  const auto refused = logSink().linesContaining("Permission to show notifications refused: ");
+  ASSERT_EQ(refused.size(), 1u);
+  EXPECT_THAT(refused[0], HasSubstr("no session D-Bus"));
 }
 
 TEST_F(GioNotificationCenterTest, TheCentreMayBeReleasedFromItsOwnCallback) {

@@ -107,6 +107,19 @@ TEST_F(UserDataTest, RemovingTheUserClearsTheProfileThroughTheSettersAndKeepsThe
   EXPECT_EQ(sandbox().devices().front().registrations, 2);
 }
 
+TEST_F(UserDataTest, IllFormedHostTextIsRepairedWhereItEntersSoTheProfileIsStillSent) {
+  auto user = launch(platform());
+  user->setEmail("ann\xFF@example.com");
+  user->setLastName("Lee\xE2\x82");  // a character cut short
+  user->setCustomParameters({{"tier\xC0", "gold\xFE"}});
+  EXPECT_EQ(user->email(), "ann\uFFFD@example.com");
+  user->saveUser();
+  auto body = saved(1);
+  EXPECT_EQ(body["orvanta"],
+            (nlohmann::json{{"email", "ann\uFFFD@example.com"}, {"last_name", "Lee\uFFFD"}}));
+  EXPECT_EQ(body["custom"]["string_fields"], (nlohmann::json{{"tier\uFFFD", "gold\uFFFD"}}));
+}
+
 TEST_F(UserDataTest, SavingAnUntouchedUserSendsTheDeviceRecordWithAnEmptyProfile) {
   auto user = launch(platform());
   user->saveUser();

@@ -93,13 +93,13 @@ class Core : public std::enable_shared_from_this<Core> {
           [this, completion] {
             call("GetCapabilities", nullptr, "(as)", [completion](GVariant*, const GError* error) {
               if (error != nullptr) {
-                deliver(completion, false, centreError(describeCallError(error)));
+                refuse(completion, describeCallError(error));
               } else {
                 deliver(completion, true, std::nullopt);
               }
             });
           },
-          [completion](const std::string& why) { deliver(completion, false, centreError(why)); });
+          [completion](const std::string& why) { refuse(completion, why); });
     });
   }
 
@@ -145,6 +145,12 @@ class Core : public std::enable_shared_from_this<Core> {
       completion(granted, std::move(error));
     } catch (...) {  // NOLINT(bugprone-empty-catch): host code must not stop the loop
     }
+  }
+
+  // Permission refused: the kit's push facade stays silent, so the centre says why.
+  static void refuse(const AuthorizationCompletion& completion, const std::string& why) {
+    OrvantaLogger::error("Permission to show notifications refused: " + why);
+    deliver(completion, false, centreError(why));
   }
 
   static void complete(const AddCompletion& completion, std::optional<Error> error) {

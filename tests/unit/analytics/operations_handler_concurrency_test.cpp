@@ -15,9 +15,14 @@
 #include <thread>
 #include <vector>
 
+#include "analytics/orvanta_analytics_impl.hpp"
 #include "analytics/orvanta_analytics_operations_handler.hpp"
 #include "core/owned_thread.hpp"
+#include "storage/common_data.hpp"
+#include "testing/mock_devices_service.hpp"
+#include "testing/platform_test.hpp"
 #include "testing/temporary_directory.hpp"
+#include "user/orvanta_user_data_impl.hpp"
 
 namespace orvanta {
 namespace {
@@ -126,6 +131,72 @@ TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothi
   handler->waitUntilIdle();
   EXPECT_TRUE(database->allRows().empty());
   EXPECT_EQ(service.delivered(), tracked);
+}
+
+}  // namespace
+}  // namespace orvanta
+
+namespace orvanta {
+namespace {
+
+class TrackingWhileTheRecordIsRewrittenTest : public testing::PlatformTest {};
+
+// The host's threads track while others rewrite the device record (profiles saved, tokens stored)
+// and the last opened push: a track that meets a record being replaced still sees the token, so
+// every event is stored and delivered.
+TEST_F(TrackingWhileTheRecordIsRewrittenTest, EveryTrackedEventIsStoredAndDelivered) {
+  auto auth = AuthData::make(authDataDependencies(std::make_shared<MockDevicesService>()));
+  auth->storeDeviceTokenAndRegister("first-token");
+  AnsweringService service;
+  std::shared_ptr<EventsServiceProtocol> borrowed(std::shared_ptr<void>{}, &service);
+  auto database = context().eventStore();
+  auto handler =
+      OrvantaAnalyticsOperationsHandler::make({database, [borrowed] { return borrowed; }});
+  auto analytics = OrvantaAnalytics::Impl::make({.operationsHandler = handler,
+                                                 .authData = auth,
+                                                 .lifecycle = nullptr,
+                                                 .clock = platform()->clock,
+                                                 .configFile = context().configFile()});
+  auto user = std::make_shared<OrvantaUserData::Impl>(OrvantaUserData::Impl::Dependencies{auth});
+
+  constexpr int kTrackers = 3;
+  constexpr int kEvents = 100;
+  {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kTrackers; ++t) {
+      threads.emplace_back([&, t] {
+        for (int i = 0; i < kEvents; ++i) {
+          analytics->trackEvent("t" + std::to_string(t) + "-" + std::to_string(i), {{"i", i}});
+        }
+      });
+    }
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        user->edit([i](OrvantaDevice& device) { device.user.email = std::to_string(i) + "@x"; });
+        user->saveUser();
+      }
+    });
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        auth->storeDeviceTokenAndRegister("token-" + std::to_string(i));
+        context().commonData()->setLastOpenedPushId("push-" + std::to_string(i));
+      }
+    });
+    for (auto& thread : threads) {
+      thread.join();
+    }
+  }
+
+  for (int round = 0; round < 50; ++round) {
+    handler->waitUntilIdle();
+    if (database->allRows().empty()) {
+      break;
+    }
+    handler->postEventsFromDatabase();
+  }
+  handler->waitUntilIdle();
+  EXPECT_TRUE(database->allRows().empty());
+  EXPECT_EQ(service.delivered().size(), static_cast<std::size_t>(kTrackers * kEvents));
 }
 
 }  // namespace

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "core/constants.hpp"
+#include "entry/platform_installation.hpp"
 #include "testing/platform_test.hpp"
+#include "testing/temporary_directory.hpp"
 
 namespace orvanta {
 namespace {
@@ -57,7 +61,7 @@ TEST_F(OrvantaTest, TheLoggingSwitchIsSharedAndPersisted) {
   EXPECT_TRUE(second.isLoggingEnabled());
 
   // A later launch still has it; a default configuration or a new entry point turns it off.
-  installPlatform(testPlatform().relaunch());
+  detail::reinstallPlatform(testPlatform().relaunch());
   EXPECT_TRUE(OrvantaConfiguration().isLoggingEnabled());
   Orvanta another;
   EXPECT_FALSE(first.isLoggingEnabled());
@@ -80,8 +84,33 @@ TEST_F(PlatformInstallationTest, AnIncompletePlatformIsCompletedPortByPort) {
   EXPECT_EQ(installed->preferences, platform()->preferences);
   EXPECT_EQ(installed->logSink, platform()->logSink);
   // A complete platform is installed as it is.
-  installPlatform(platform());
+  EXPECT_TRUE(installPlatform(platform()));
   EXPECT_EQ(currentPlatform(), platform());
+}
+
+TEST_F(PlatformInstallationTest, AnInstallationAfterTheKitsFirstUseIsRefusedAndNamesThatUse) {
+  Orvanta::analytics();
+  enableLogging();  // building the kit switched it off
+  Orvanta::user();
+
+  EXPECT_FALSE(installPlatform(testPlatform().relaunch()));
+  EXPECT_EQ(currentPlatform(), platform());
+  ASSERT_EQ(logLines().size(), 1u);
+  EXPECT_NE(logLines()[0].find("installPlatform came after the kit's first use "
+                               "(Orvanta::analytics()), whose platform stays in force"),
+            std::string::npos)
+      << logLines()[0];
+}
+
+TEST_F(PlatformInstallationTest, TheDefaultPlatformBoundByAnEarlyCallCannotBeReplacedLater) {
+  detail::reinstallPlatform(nullptr);
+  testing::TemporaryDirectory home;
+  ::setenv("XDG_DATA_HOME", (home.path() + "/data").c_str(), 1);
+  ::setenv("XDG_CONFIG_HOME", (home.path() + "/config").c_str(), 1);
+  auto bound = currentPlatform();  // nothing installed: the Linux default, for good
+
+  EXPECT_FALSE(installPlatform(platform()));
+  EXPECT_EQ(currentPlatform(), bound);
 }
 
 }  // namespace

@@ -180,6 +180,38 @@ TEST_F(PushTest, EveryTokenIsRegisteredAndReinstallsTheCategories) {
   EXPECT_EQ(devices_->registeredDevices().size(), 2u);
 }
 
+TEST_F(PushTest, TheRegistrationObserverHearsEachStepOnTheMainQueueInOrder) {
+  std::vector<std::string> heard;
+  auto observer = std::make_shared<OrvantaRegistrationObserver>();
+  observer->didReceiveToken = [&](const std::string& token) { heard.push_back("token " + token); };
+  observer->didRegisterWithService = [&](const std::optional<std::string>& token) {
+    heard.push_back("registered " + token.value_or("-"));
+  };
+  observer->didFailToRegister = [&](const Error& error) {
+    heard.push_back("failed " + error.localizedDescription());
+  };
+  push_->setRegistrationObserver(observer);
+  auto delegate = std::make_shared<OrvantaPushDelegate>();
+  push_->setDelegate(delegate);
+
+  devices_->scriptRegistrations({std::nullopt, Error::statusCode(503)});
+  interception_->didRegisterForRemoteNotifications({0x00, 0xAB, 0x0F});
+  interception_->didRegisterForRemoteNotifications({0x01});  // refused: retried in 60 s
+  push_->didFailToRegisterForRemoteNotifications(Error::custom("no distributor"));
+  EXPECT_TRUE(heard.empty());  // only ever on the main queue
+  mainQueue().runUntilIdle();
+  EXPECT_THAT(heard, ElementsAre("token 00ab0f", "registered 00ab0f", "token 01",
+                                 "failed Service Unavailable", "failed no distributor"));
+  EXPECT_EQ(push_->delegate(), delegate);  // the delegate is a separate listener
+
+  // Held weakly: a released observer is not called, also for work already queued.
+  heard.clear();
+  interception_->didRegisterForRemoteNotifications({0x02});
+  observer.reset();
+  mainQueue().runUntilIdle();
+  EXPECT_TRUE(heard.empty());
+}
+
 TEST_F(PushTest, WillPresentLogsTheUserInfoAndAnswersWhatItWasGiven) {
   std::vector<ValueMap> seen;
   auto delegate = std::make_shared<OrvantaPushDelegate>();
