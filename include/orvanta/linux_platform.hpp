@@ -46,6 +46,13 @@ struct ORVANTA_API LinuxPlatformOptions {
   /// name, or the part after "org.unifiedpush.Distributor.". Empty: the one registered with
   /// before, else the only one on the bus.
   std::string pushDistributor{};
+  /// The application's desktop entry (its file name without ".desktop"), named in each
+  /// notification so that desktops grouping notifications by application show its name and icon.
+  /// None: the application id; empty: not named.
+  std::optional<std::string> desktopEntry{};
+  /// Notifications stay on screen after their body or a button was handled. Off by default: a
+  /// handled notification is closed, as on a phone.
+  bool residentNotifications = false;
   /// Makes the notification service extension of each remote push (a subclass of the host's,
   /// say); empty: `OrvantaNotificationServiceExtension` itself. Called on the main queue.
   std::function<std::shared_ptr<OrvantaNotificationServiceExtension>()>

@@ -204,7 +204,9 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
         {.busAddress = {},
          .applicationName = locations.applicationName,
          .defaultActionLabel = platform.bundle->localizedString("loc_show", "Localizable"),
-         .delegateQueue = platform.mainQueue});
+         .delegateQueue = platform.mainQueue,
+         .desktopEntry = options.desktopEntry.value_or(options.applicationId),
+         .residentNotifications = options.residentNotifications});
   });
   fill(platform.application, [&] {
     // Remote pushes come over UnifiedPush and go through the notification service extension to

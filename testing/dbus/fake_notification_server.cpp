@@ -30,6 +30,9 @@ constexpr const char* kIntrospection = R"(
       <arg direction="in" type="i" name="expire_timeout"/>
       <arg direction="out" type="u" name="id"/>
     </method>
+    <method name="CloseNotification">
+      <arg direction="in" type="u" name="id"/>
+    </method>
     <signal name="NotificationClosed">
       <arg type="u" name="id"/>
       <arg type="u" name="reason"/>
@@ -136,6 +139,17 @@ struct FakeNotificationServer::Impl {
                                             g_variant_new("(@as)", g_variant_builder_end(&list)));
     } else if (name == "Notify") {
       self->notify(parameters, invocation);
+    } else if (name == "CloseNotification" &&
+               g_variant_is_of_type(parameters, variantType("(u)"))) {
+      std::uint32_t id = 0;
+      g_variant_get(parameters, "(u)", &id);
+      g_dbus_method_invocation_return_value(invocation, nullptr);
+      {
+        std::lock_guard lock(self->mutex);
+        self->closeRequests.push_back(id);
+      }
+      self->emit("NotificationClosed", g_variant_new("(uu)", id, 3u));  // closed by a call
+      self->changed.notify_all();
     } else {
       g_dbus_method_invocation_return_dbus_error(
           invocation, "org.freedesktop.DBus.Error.UnknownMethod", "unknown method");
@@ -209,6 +223,7 @@ struct FakeNotificationServer::Impl {
   std::uint32_t nextId = 1;
   std::vector<RecordedNotification> recorded;
   std::size_t capabilityRequests = 0;
+  std::vector<std::uint32_t> closeRequests;
 
   linux_platform::GlibLoopThread loop;  // last: stops before the rest goes
 };
@@ -259,6 +274,18 @@ bool FakeNotificationServer::waitForNotifications(std::size_t count,
 std::size_t FakeNotificationServer::capabilityRequests() const {
   std::lock_guard lock(impl_->mutex);
   return impl_->capabilityRequests;
+}
+
+std::vector<std::uint32_t> FakeNotificationServer::closeRequests() const {
+  std::lock_guard lock(impl_->mutex);
+  return impl_->closeRequests;
+}
+
+bool FakeNotificationServer::waitForCloseRequests(std::size_t count,
+                                                  std::chrono::milliseconds timeout) const {
+  std::unique_lock lock(impl_->mutex);
+  return impl_->changed.wait_for(lock, timeout,
+                                 [&] { return impl_->closeRequests.size() >= count; });
 }
 
 void FakeNotificationServer::emitActionInvoked(std::uint32_t id, const std::string& key) {

@@ -30,8 +30,10 @@ struct RecordedNotification {
 /// /org/freedesktop/Notifications) on a bus the test started. It records Notify calls, answers
 /// GetCapabilities with the capabilities it was given, numbers notifications from 1 (a Notify that
 /// replaces a known id keeps it), and emits ActionInvoked and NotificationClosed when the test
-/// asks. Its D-Bus work runs on a thread of its own, "orvanta-fake-ns"; every member may be called
-/// from any thread.
+/// asks. Like many real servers it never closes a notification on its own when an action was
+/// invoked: it closes one when a client calls CloseNotification (recorded, and answered with
+/// NotificationClosed, reason 3). Its D-Bus work runs on a thread of its own, "orvanta-fake-ns";
+/// every member may be called from any thread.
 ///
 /// A Notify call is recorded after its answer was sent, so a signal emitted once the test saw the
 /// record reaches clients after that answer, as with a real server.
@@ -61,6 +63,12 @@ class FakeNotificationServer {
                             std::chrono::milliseconds timeout = kWaitTimeout) const;
   /// How many GetCapabilities calls were answered.
   std::size_t capabilityRequests() const;
+
+  /// The ids clients asked to close, in order.
+  std::vector<std::uint32_t> closeRequests() const;
+  /// Waits until at least `count` CloseNotification calls arrived; false on time-out.
+  bool waitForCloseRequests(std::size_t count,
+                            std::chrono::milliseconds timeout = kWaitTimeout) const;
 
   /// Emits ActionInvoked(id, key), as when the user chose an action ("default": the body).
   void emitActionInvoked(std::uint32_t id, const std::string& key);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -125,12 +126,14 @@ class GioNotificationCenterTest : public testing::PlatformTest {
 
   void stopServer() { server_.reset(); }
 
-  port::NotificationCenter& center(std::string busAddress = "") {
+  port::NotificationCenter& center(std::string busAddress = "", bool resident = false) {
     if (!center_) {
       linux_platform::GioNotificationCenterOptions options;
       options.busAddress = busAddress.empty() ? bus_->address() : busAddress;
       options.applicationName = kAppName;
       options.defaultActionLabel = "Open it";
+      options.desktopEntry = "com.example.Shop";
+      options.residentNotifications = resident;
       center_ = linux_platform::makeGioNotificationCenter(options);
     }
     return *center_;
@@ -187,7 +190,8 @@ TEST_F(GioNotificationCenterTest, ShowsTitleBodyAndTheCategoryButtonsInOrderThen
   EXPECT_EQ(first.expireTimeout, -1);
   EXPECT_THAT(first.actions,
               ElementsAre("ACTION_SHARE", "Share", "ACTION_CLOSE", "Close", "default", "Open it"));
-  EXPECT_THAT(first.hints, IsEmpty());
+  EXPECT_THAT(first.hints, (std::map<std::string, std::string>{
+                               {"desktop-entry", "com.example.Shop"}, {"urgency", "0x01"}}));
   EXPECT_THAT(shown("Second").actions, ElementsAre("default", "Open it"));
   EXPECT_THAT(shown("Third").actions, ElementsAre("default", "Open it"));
   EXPECT_THAT(shown("Fourth").actions, ElementsAre("ACTION_YES", "Yes", "default", "Open it"));
@@ -273,6 +277,31 @@ TEST_F(GioNotificationCenterTest, ClosedNotificationsAndForeignIdsGetNoResponse)
   const auto received = delegate->received.items();
   ASSERT_EQ(received.size(), 1u);
   EXPECT_EQ(received[0].response.notification.request.identifier, "b");
+
+  // Handled, the notification is closed (the server leaves that to its client) and forgotten:
+  // a second press on it, still on a slow server's screen, is nobody's.
+  ASSERT_TRUE(server.waitForCloseRequests(1));
+  EXPECT_THAT(server.closeRequests(), ElementsAre(open.id));
+  server.emitActionInvoked(open.id, "default");
+  add(request("c", "Later one"));
+  const auto later = shown("Later one");
+  server.emitActionInvoked(later.id, "default");
+  ASSERT_TRUE(delegate->received.waitFor(2));
+  EXPECT_EQ(delegate->received.items().size(), 2u);
+  EXPECT_EQ(delegate->received.items()[1].response.notification.request.identifier, "c");
+}
+
+TEST_F(GioNotificationCenterTest, ResidentNotificationsStayAfterTheyWereHandled) {
+  auto& server = startServer();
+  auto delegate = std::make_shared<RecordingDelegate>();
+  center("", true).setDelegate(delegate);
+  add(request("a", "Stays"));
+  const auto stays = shown("Stays");
+  EXPECT_EQ(stays.hints.at("resident"), "true");
+  server.emitActionInvoked(stays.id, "default");
+  server.emitActionInvoked(stays.id, "default");
+  ASSERT_TRUE(delegate->received.waitFor(2));
+  EXPECT_THAT(server.closeRequests(), IsEmpty());
 }
 
 TEST_F(GioNotificationCenterTest, TheDelegateDecidesFromAnyThreadAndOnlyAlertsAreShown) {

@@ -26,6 +26,7 @@ namespace {
 constexpr const char* kServerName = "org.freedesktop.Notifications";
 constexpr const char* kServerPath = "/org/freedesktop/Notifications";
 constexpr const char* kServerInterface = "org.freedesktop.Notifications";
+constexpr guchar kNormalUrgency = 1;  // low 0, normal 1, critical 2
 
 using AuthorizationCompletion = std::function<void(bool, std::optional<Error>)>;
 using AddCompletion = std::function<void(std::optional<Error>)>;
@@ -417,6 +418,15 @@ class Core : public std::enable_shared_from_this<Core> {
       }
     }
 
+    if (!options_.desktopEntry.empty()) {
+      g_variant_builder_add(&hints, "{sv}", "desktop-entry",
+                            g_variant_new_string(validUtf8(options_.desktopEntry).c_str()));
+    }
+    g_variant_builder_add(&hints, "{sv}", "urgency", g_variant_new_byte(kNormalUrgency));
+    if (options_.residentNotifications) {
+      g_variant_builder_add(&hints, "{sv}", "resident", g_variant_new_boolean(TRUE));
+    }
+
     std::string body = validUtf8(content.body);
     if (contains(capabilities, "body-markup")) {
       gchar* escaped = g_markup_escape_text(body.c_str(), static_cast<gssize>(body.size()));
@@ -494,6 +504,11 @@ class Core : public std::enable_shared_from_this<Core> {
     port::NotificationResponse response{
         it->second,
         key == port::kDefaultActionIdentifier ? std::string(port::kDefaultActionIdentifier) : key};
+    if (!options_.residentNotifications) {
+      // Handled: off the screen, as on a phone. Forgotten now, so a second press does nothing.
+      forget(id);
+      call("CloseNotification", g_variant_new("(u)", id), nullptr, [](GVariant*, const GError*) {});
+    }
     auto delegate = this->delegate();
     if (!delegate) {
       return;

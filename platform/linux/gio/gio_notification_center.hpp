@@ -20,6 +20,14 @@ struct GioNotificationCenterOptions {
   /// Where the delegate is called (the application's main queue, as on the phone platforms);
   /// none: on the centre's own thread.
   std::shared_ptr<port::MainQueue> delegateQueue{};
+  /// The application's desktop entry (its file name without ".desktop"), sent as the
+  /// "desktop-entry" hint so that shells grouping notifications by application show its name and
+  /// icon; empty: no hint.
+  std::string desktopEntry{};
+  /// When false (the default) a notification is closed once its body or a button was handled, as
+  /// on a phone; servers that leave it on screen (many do) would otherwise keep it until it
+  /// expires. When true it stays and is marked "resident".
+  bool residentNotifications = false;
 };
 
 /// The notification centre of a Linux desktop: the notification server on the session D-Bus
@@ -32,12 +40,15 @@ struct GioNotificationCenterOptions {
 ///   notification becomes one Notify call: summary = title, body = body (escaped when the server
 ///   reads markup), actions = the buttons of the content's category in order (key = full
 ///   identifier, label = title) then "default"; the first attachment goes in the "image-path"
-///   hint when the server shows images. A request whose identifier is still on screen replaces
+///   hint when the server shows images; the "desktop-entry" hint names the application and the
+///   urgency is normal. A request whose identifier is still on screen replaces
 ///   that notification. The completion gets no error once the server took the notification, or
 ///   once the delegate chose not to show it; otherwise an error that says why.
 /// - ActionInvoked for one of our notifications reaches the delegate's
 ///   `didReceiveNotificationResponse` ("default" as `port::kDefaultActionIdentifier`, a button as
-///   its key), with the request as it was added. NotificationClosed forgets the notification.
+///   its key), with the request as it was added; then the notification is closed
+///   (CloseNotification) and forgotten, so a second press does nothing, unless notifications are
+///   resident. NotificationClosed forgets the notification.
 /// - Without a session bus or without a server nothing is shown; the first failure after a
 ///   success (or after start) is logged once at error level, and completions carry the reason.
 ///
