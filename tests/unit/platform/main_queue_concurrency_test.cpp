@@ -62,17 +62,20 @@ TEST(ThreadMainQueueTest, RunsWorkFromManyThreadsSeriallyOnItsOwnThread) {
   }
 }
 
+// Half a second between due times: only a stall that long between two statements of this test
+// could change the order, which no loaded or sanitized run comes near.
 TEST(ThreadMainQueueTest, DelayedWorkRunsByDueTimeAndCancelledWorkNever) {
   ThreadMainQueue queue;
   Signals order;
   auto record = [&](int value) { return [&, value] { order.push(value); }; };
-  queue.asyncAfter(30ms, record(3));
-  auto cancelled = queue.asyncAfter(10ms, record(99));
-  queue.asyncAfter(10ms, record(2));
+  queue.asyncAfter(1000ms, record(3));
+  auto cancelled = queue.asyncAfter(500ms, record(99));
+  queue.asyncAfter(500ms, record(2));
   queue.async(record(1));
   cancelled->cancel();
   EXPECT_TRUE(cancelled->isCancelled());
   ASSERT_TRUE(order.waitFor(3));
+  // The cancelled item was due before the last one ran: had it run, it would be in the list.
   EXPECT_EQ(order.items(), (std::vector<int>{1, 2, 3}));
 }
 
