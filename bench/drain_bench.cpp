@@ -295,6 +295,9 @@ class CountingDatabase final : public EventDatabase {
   }
   void deleteRow(std::string_view primaryKey) override { inner_->deleteRow(primaryKey); }
   void inTransaction(const std::function<void()>& work) override { inner_->inTransaction(work); }
+  void setAside(std::int64_t rowId, std::string_view reason) override {
+    inner_->setAside(rowId, reason);
+  }
 
   std::size_t peak() const { return peak_.load(); }
 

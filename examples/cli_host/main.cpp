@@ -1,7 +1,7 @@
 // A command-line host: it registers this installation with a push token of its own transport,
 // tracks a few events and exits only once every one of them was delivered (or the time is up).
 //
-//   orvanta-cli-host --service http://127.0.0.1:8080/v1/ --bundle resources/sample \
+//   orvanta-cli-host --service http://127.0.0.1:8080/v1/ --bundle resources/sample
 //                    --data /tmp/cli-host [--events 20] [--verbose]
 //
 // Exit status: 0 when the service accepted the registration and every event; 1 otherwise.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 
@@ -35,6 +37,15 @@ class ORVANTA_API Orvanta {
 
   /// The analytics facade of the shared instance. Any thread.
   static OrvantaAnalytics& analytics();
+
+  /// Posts every stored event and waits until the service has taken them all or `timeout` has
+  /// passed; while posts fail (the service unreachable, say) they are tried again every few
+  /// hundred milliseconds until then. Returns how many events are left stored, 0 when all were
+  /// delivered: for a command-line host, the last call before it exits. Events left are sent by
+  /// a later launch. Blocks the caller; any thread but the kit's own callbacks.
+  ///
+  ///   std::size_t left = orvanta::Orvanta::flush(std::chrono::seconds(10));
+  static std::size_t flush(std::chrono::milliseconds timeout);
 
   /// Whether the platform's push callbacks reach the kit first: the push options'
   /// `useAutomaticConfiguration` (on by default), read and written there. Any thread.

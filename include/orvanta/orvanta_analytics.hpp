@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -21,12 +22,17 @@ class ORVANTA_API OrvantaAnalytics {
   /// are kept by type: integers (and boxed numbers that are exactly integers), strings, Booleans
   /// and dates; any other value (a fraction, an array, a map, null) is dropped.
   ///
-  /// Nothing is recorded until the device has a push token. Any thread; blocks the caller for one
+  /// Nothing is recorded until the device has a push token, nor an event whose request body would
+  /// be over `kMaxEventSize` (one error line says so): the service refuses those. Any thread; blocks the caller for one
   /// database insert and one read, never for the network; never throws, and no failure reaches
   /// the caller (failures are logged).
   ///
   ///   orvanta::Orvanta::analytics().trackEvent("purchase", {{"sku", "A-1"}, {"qty", 2}});
   void trackEvent(const std::string& name, const ValueMap& parameters = {});
+
+  /// The largest event the service takes: 64 KiB of request body, that is the event's name and
+  /// parameters as JSON with about 300 bytes of the kit's own.
+  static constexpr std::size_t kMaxEventSize = 64 * 1024;
 
   class Impl;  ///< internal
   explicit OrvantaAnalytics(std::shared_ptr<Impl> impl);

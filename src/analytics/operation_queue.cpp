@@ -233,4 +233,11 @@ void OperationQueue::waitUntilAllOperationsAreFinished() const {
   state_->idle.wait(lock, [&] { return !state_->busy() || state_->stopping; });
 }
 
+bool OperationQueue::waitUntilAllOperationsAreFinished(
+    std::chrono::steady_clock::time_point deadline) const {
+  std::unique_lock lock(state_->mutex);
+  return state_->idle.wait_until(lock, deadline,
+                                 [&] { return !state_->busy() || state_->stopping; });
+}
+
 }  // namespace orvanta

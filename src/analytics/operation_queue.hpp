@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -48,6 +49,8 @@ class OperationQueue {
   std::size_t operationCount() const;
   /// Blocks until no operation is waiting or running.
   void waitUntilAllOperationsAreFinished() const;
+  /// Blocks until no operation is waiting or running, or until `deadline`; whether they are done.
+  bool waitUntilAllOperationsAreFinished(std::chrono::steady_clock::time_point deadline) const;
 
   struct State;
 

@@ -4,6 +4,7 @@
 #include "analytics/orvanta_analytics_impl.hpp"
 #include "core/guard.hpp"
 #include "core/logger.hpp"
+#include "core/utf8.hpp"
 
 namespace orvanta {
 
@@ -39,8 +40,25 @@ void OrvantaAnalytics::Impl::trackEvent(const std::string& name, const ValueMap&
   double createdAt = std::chrono::duration<double>(now.time_since_epoch()).count();
   auto event = std::make_shared<const OrvantaEvent>(
       *device.deviceToken, dependencies_.configFile->appId(), name, createdAt, parameters);
+  if (auto size = event->oversizedBody()) {
+    // Never stored: the service would refuse it at every flush. The line names the event by the
+    // start of its name, not the whole of it.
+    constexpr std::size_t kNameShown = 40;
+    OrvantaLogger::error([&] {
+      std::string shown = event->name.size() > kNameShown
+                              ? repairedUtf8(event->name.substr(0, kNameShown)) + "..."
+                              : event->name;
+      return "Event \"" + shown + "\" not recorded: its body is " + std::to_string(*size) +
+             " bytes, over the " + std::to_string(kMaxEventBodyBytes) + " the service takes";
+    });
+    return;
+  }
   dependencies_.operationsHandler->addEventToDatabase(event);
   dependencies_.operationsHandler->postEventsFromDatabase();
+}
+
+std::size_t OrvantaAnalytics::Impl::flush(std::chrono::steady_clock::time_point deadline) {
+  return dependencies_.operationsHandler ? dependencies_.operationsHandler->flush(deadline) : 0;
 }
 
 void OrvantaAnalytics::Impl::observeGoingBackground() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -36,6 +37,8 @@ class OrvantaAnalytics::Impl : public std::enable_shared_from_this<OrvantaAnalyt
   explicit Impl(Dependencies dependencies);
 
   void trackEvent(const std::string& name, const ValueMap& parameters);
+  /// `OrvantaAnalyticsOperationsHandlerProtocol::flush`; 0 when there is no queue.
+  std::size_t flush(std::chrono::steady_clock::time_point deadline);
 
   /// The background task being held, or `port::kInvalidBackgroundTask`.
   port::BackgroundTaskId backgroundTask() const { return backgroundTask_.load(); }

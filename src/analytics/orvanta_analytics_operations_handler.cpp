@@ -1,5 +1,6 @@
 #include "analytics/orvanta_analytics_operations_handler.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <optional>
@@ -51,6 +52,37 @@ constexpr const char* kOperationQueueName =
 /// enough not to wait.
 constexpr std::chrono::milliseconds kDeletionLinger{5};
 constexpr std::size_t kDeletionBatch = 256;
+
+/// How long a flush that waits for delivery pauses after a round with failures, at first and at
+/// most.
+constexpr std::chrono::milliseconds kFirstFlushPause{250};
+constexpr std::chrono::milliseconds kLongestFlushPause{2000};
+
+/// Moves out of `rows`, and out of the table, every event whose body the service would refuse
+/// for its size. Inside the serial database section.
+void setAsideOversized(EventDatabase& database, std::vector<EventDatabase::Row>& rows) {
+  std::erase_if(rows, [&](const EventDatabase::Row& row) {
+    if (!OrvantaEvent::rowMayBeOversized(row->values())) {
+      return false;
+    }
+    auto size = row->record().oversizedBody();
+    if (!size) {
+      return false;
+    }
+    const std::string reason = "body of " + std::to_string(*size) + " bytes, over the " +
+                               std::to_string(kMaxEventBodyBytes) + " the service takes";
+    try {
+      database.setAside(row->rowId(), reason);
+    } catch (const Error& error) {
+      OrvantaLogger::error("Could not set event " + std::string(row->primaryKey()) +
+                           " aside: " + error.localizedDescription());
+      return true;  // not posted either: the service would refuse it
+    }
+    OrvantaLogger::error("Event " + std::string(row->primaryKey()) + " set aside, not sent: " +
+                         reason);
+    return true;
+  });
+}
 
 /// Looks keys up by `std::string_view` without making a string.
 struct KeyHash {
@@ -216,6 +248,7 @@ void OrvantaAnalyticsOperationsHandler::postEventsFromDatabase() {
     }
     try {
       rows = shared_->database->allRows();
+      setAsideOversized(*shared_->database, rows);
     } catch (const Error& error) {
       failure = error;
     }
@@ -250,6 +283,50 @@ void OrvantaAnalyticsOperationsHandler::postEventsFromDatabase() {
 
 void OrvantaAnalyticsOperationsHandler::cancelAllOperations() {
   operationQueue_.cancelAllOperations();
+}
+
+std::size_t OrvantaAnalyticsOperationsHandler::flush(
+    std::chrono::steady_clock::time_point deadline) {
+  auto pause = kFirstFlushPause;
+  while (true) {
+    postEventsFromDatabase();
+    const bool finished = operationQueue_.waitUntilAllOperationsAreFinished(deadline);
+    if (finished) {
+      waitForDeletions();
+    }
+    const std::optional<std::size_t> left = storedEvents();
+    if (!left) {
+      return 1;
+    }
+    const auto resume = std::chrono::steady_clock::now() + pause;
+    if (*left == 0 || !finished || resume >= deadline) {
+      return *left;
+    }
+    // Some posts failed (the service down, say): try again shortly, as a later flush would.
+    std::unique_lock lock(shared_->mutex);
+    if (shared_->changed.wait_until(lock, resume, [&] { return shared_->stopping; })) {
+      return *left;
+    }
+    pause = std::min(pause * 2, kLongestFlushPause);
+  }
+}
+
+std::optional<std::size_t> OrvantaAnalyticsOperationsHandler::storedEvents() {
+  std::lock_guard section(shared_->databaseQueue);
+  if (!shared_->database) {
+    return 0;
+  }
+  try {
+    const auto rows = shared_->database->allRows();
+    std::lock_guard lock(shared_->mutex);
+    return static_cast<std::size_t>(std::count_if(rows.begin(), rows.end(), [&](const auto& row) {
+      return shared_->delivered.find(row->primaryKey()) == shared_->delivered.end();
+    }));
+  } catch (const Error& error) {
+    OrvantaLogger::verbose("Unable to fetch all events from database - " +
+                           error.localizedDescription());
+    return std::nullopt;
+  }
 }
 
 void OrvantaAnalyticsOperationsHandler::waitUntilIdle() {

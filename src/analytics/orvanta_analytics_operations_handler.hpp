@@ -1,8 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "analytics/event_database.hpp"
@@ -23,6 +25,10 @@ class OrvantaAnalyticsOperationsHandlerProtocol {
   virtual void postEventsFromDatabase() = 0;
   /// Cancels the posts that have not started; rows stay for a later flush.
   virtual void cancelAllOperations() = 0;
+  /// Posts every stored event and waits for the posts; while some fail, waits a little and posts
+  /// again, until no event is left or `deadline` has passed. How many events are left stored (at
+  /// least 1 when they can't be read). Blocks the caller; not from a post's own thread.
+  virtual std::size_t flush(std::chrono::steady_clock::time_point deadline) = 0;
 };
 
 /// Keeps tracked events in the event database and posts them to the events endpoint, at most 10
@@ -40,6 +46,10 @@ class OrvantaAnalyticsOperationsHandlerProtocol {
 /// `std::shared_ptr` (`make`): posts hold the handler weakly and do nothing once it is gone; the
 /// handler's end waits for the deletions already asked for. Every member may be called from any
 /// thread.
+///
+/// A fetch sets aside (`DatabaseProtocol::setAside`) a stored event whose body is over
+/// `kMaxEventBodyBytes` (the facade refuses such events; an earlier version stored them), with one
+/// error line, rather than post it for ever to a service that refuses it.
 class OrvantaAnalyticsOperationsHandler
     : public OrvantaAnalyticsOperationsHandlerProtocol,
       public std::enable_shared_from_this<OrvantaAnalyticsOperationsHandler> {
@@ -64,6 +74,7 @@ class OrvantaAnalyticsOperationsHandler
   void addEventToDatabase(std::shared_ptr<const OrvantaEvent> event) override;
   void postEventsFromDatabase() override;
   void cancelAllOperations() override;
+  std::size_t flush(std::chrono::steady_clock::time_point deadline) override;
 
   /// Blocks until no post is waiting or running and every deletion they asked for has run. For
   /// tests and tools; not from a post's own thread.
@@ -78,6 +89,8 @@ class OrvantaAnalyticsOperationsHandler
 
  private:
   std::shared_ptr<AsynchronousOperation> postEvent(const EventDatabase::Row& row);
+  /// Stored events not yet delivered; none when they can't be read.
+  std::optional<std::size_t> storedEvents();
 
   Dependencies dependencies_;
   std::shared_ptr<Shared> shared_;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "analytics/orvanta_analytics_impl.hpp"
 #include "core/guard.hpp"
 #include "core/logger.hpp"
 #include "core/logging_switch.hpp"
@@ -111,6 +112,17 @@ OrvantaAnalytics& Orvanta::analytics() {
 OrvantaUserData& Orvanta::user() {
   detail::noteEntry("Orvanta::user()");
   return *shared().components_->orvantaUserData;
+}
+
+std::size_t Orvanta::flush(std::chrono::milliseconds timeout) {
+  detail::noteEntry("Orvanta::flush()");
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  return detail::shielded(
+      [&]() -> std::size_t {
+        const auto& impl = analytics().impl();
+        return impl ? impl->flush(deadline) : 0;
+      },
+      std::size_t{1});
 }
 
 bool Orvanta::isAutoConfigurationForPushNotificationsEnabled() {

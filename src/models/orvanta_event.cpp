@@ -1,6 +1,7 @@
 #include "models/orvanta_event.hpp"
 
 #include <cmath>
+#include <type_traits>
 
 #include "core/json_coding.hpp"
 #include "core/json_writer.hpp"
@@ -141,6 +142,40 @@ void OrvantaEvent::writeBody(std::string& out) const {
     appendNumber(o, v.timeIntervalSinceReferenceDate());
   });
   out.append("\n}");
+}
+
+std::optional<std::size_t> OrvantaEvent::oversizedBody() const {
+  // An upper bound first: escaping makes a byte at most six ("\u001f"), and each member adds its
+  // quotes, separator and indentation.
+  std::size_t text = pushId.size() + name.size();
+  std::size_t members = 0;
+  auto count = [&](const auto& map, std::size_t valueBytes) {
+    for (const auto& [key, value] : map) {
+      text += key.size();
+      if constexpr (std::is_same_v<std::decay_t<decltype(value)>, std::string>) {
+        text += value.size();
+      }
+      text += valueBytes;
+    }
+    members += map.size();
+  };
+  count(additionalStringFields, 0);
+  count(additionalNumericFields, 20);
+  count(additionalBoolFields, 5);
+  count(additionalDateFields, 24);
+  if (6 * text + 16 * members + 256 <= kMaxEventBodyBytes) {
+    return std::nullopt;
+  }
+  std::string body;
+  writeBody(body);
+  if (body.size() <= kMaxEventBodyBytes) {
+    return std::nullopt;
+  }
+  return body.size();
+}
+
+bool OrvantaEvent::rowMayBeOversized(const detail::RowValues& row) {
+  return 6 * row.footprint() + 256 > kMaxEventBodyBytes;
 }
 
 detail::RowValues OrvantaEvent::toRow() const {

@@ -8,11 +8,15 @@
 #include <string_view>
 
 #include "core/result.hpp"
+#include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/value.hpp"
 #include "storage/row_values.hpp"
 #include "storage/table_builder.hpp"
 
 namespace orvanta {
+
+/// The largest body of an events request the service takes.
+inline constexpr std::size_t kMaxEventBodyBytes = OrvantaAnalytics::kMaxEventSize;
 
 /// One analytics event waiting to be posted: the body of the events request and a row of the
 /// table "orvantaevent".
@@ -57,6 +61,12 @@ struct OrvantaEvent {
   /// spaces), byte for byte as `toJson()` without "uuidId" dumps with an indent of 2. Throws
   /// `detail::EncodingFailure` as `toJson`.
   void writeBody(std::string& out) const;
+  /// The size of the body `writeBody` makes, when it is over `kMaxEventBodyBytes`; none when it
+  /// is within (an ordinary event is measured without being written).
+  std::optional<std::size_t> oversizedBody() const;
+  /// Whether a stored row of this size may hold an event whose body is over the limit: the body is
+  /// the row's text escaped (a byte becomes at most six) and indented. Cheap.
+  static bool rowMayBeOversized(const detail::RowValues& row);
 
   /// The row, written directly: the eight columns in order, the maps as compact JSON text.
   /// Throws `detail::EncodingFailure` as `toJson`.

@@ -57,6 +57,9 @@ class Statement {
     check(sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()),
                             SQLITE_STATIC));
   }
+  void bindInteger(int index, std::int64_t value) {
+    check(sqlite3_bind_int64(statement_, index, value));
+  }
   /// Column `column` of `row` as parameter `index`; the row must outlive the statement's use.
   void bindValue(int index, const RowValues& row, std::size_t column) {
     switch (row.kind(column)) {
@@ -123,6 +126,13 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
   std::unique_ptr<Statement> commit;
   std::unique_ptr<Statement> rollback;
   std::map<std::string, std::unique_ptr<Statement>, std::less<>> deleteBy;
+  /// Moving a row aside: savepoint, copy, delete, trim, release (prepared on first use).
+  std::unique_ptr<Statement> asideSavepoint;
+  std::unique_ptr<Statement> asideCopy;
+  std::unique_ptr<Statement> asideDelete;
+  std::unique_ptr<Statement> asideTrim;
+  std::unique_ptr<Statement> asideRelease;
+  std::unique_ptr<Statement> asideRollback;
   std::int64_t lastDataVersion = -1;
 
   explicit Impl(TableBuilder builder) : table(std::move(builder)) {}
@@ -259,6 +269,10 @@ SqliteTable::~SqliteTable() {
     impl_->commit.reset();
     impl_->rollback.reset();
     impl_->deleteBy.clear();
+    for (auto* statement : {&impl_->asideSavepoint, &impl_->asideCopy, &impl_->asideDelete,
+                            &impl_->asideTrim, &impl_->asideRelease, &impl_->asideRollback}) {
+      statement->reset();
+    }
   }
 }
 
@@ -337,6 +351,59 @@ void SqliteTable::deleteWhere(std::string_view column, std::string_view value) {
   ResetGuard guard(statement);
   statement.bindText(1, value);
   statement.step();
+}
+
+void SqliteTable::setAside(std::int64_t rowId, std::string_view reason, std::size_t keep) {
+  sqlite3* connection = impl_->connection.get();
+  if (!impl_->asideCopy) {
+    const std::string table = quoteIdentifier(impl_->table.tableName());
+    const std::string aside = quoteIdentifier(impl_->table.tableName() + kAsideSuffix);
+    std::string columns;
+    for (const auto& column : impl_->table.columns()) {
+      columns += columns.empty() ? "" : ", ";
+      columns += quoteIdentifier(column.name);
+    }
+    execute(connection, "CREATE TABLE IF NOT EXISTS " + aside + " (" + columns +
+                            ", \"reason\" TEXT, \"setAsideAt\" REAL)");
+    impl_->asideSavepoint = std::make_unique<Statement>(connection, "SAVEPOINT aside");
+    impl_->asideCopy = std::make_unique<Statement>(
+        connection, "INSERT INTO " + aside + " (" + columns + ", \"reason\", \"setAsideAt\") SELECT " +
+                        columns + ", ?, CAST(strftime('%s', 'now') AS REAL) FROM " + table +
+                        " WHERE rowid = ?");
+    impl_->asideDelete =
+        std::make_unique<Statement>(connection, "DELETE FROM " + table + " WHERE rowid = ?");
+    impl_->asideTrim = std::make_unique<Statement>(
+        connection, "DELETE FROM " + aside + " WHERE rowid <= (SELECT max(rowid) FROM " + aside +
+                        ") - ?");
+    impl_->asideRelease = std::make_unique<Statement>(connection, "RELEASE aside");
+    impl_->asideRollback = std::make_unique<Statement>(connection, "ROLLBACK TO aside");
+  }
+  auto run = [](Statement& statement, auto&& bind) {
+    ResetGuard guard(statement);
+    bind(statement);
+    statement.step();
+  };
+  run(*impl_->asideSavepoint, [](Statement&) {});
+  try {
+    run(*impl_->asideCopy, [&](Statement& statement) {
+      statement.bindText(1, reason);
+      statement.bindInteger(2, rowId);
+    });
+    run(*impl_->asideDelete, [&](Statement& statement) {
+      statement.bindInteger(1, rowId);
+    });
+    run(*impl_->asideTrim, [&](Statement& statement) {
+      statement.bindInteger(1, static_cast<std::int64_t>(keep));
+    });
+  } catch (...) {
+    try {
+      run(*impl_->asideRollback, [](Statement&) {});
+      run(*impl_->asideRelease, [](Statement&) {});
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the first failure is the one reported
+    }
+    throw;
+  }
+  run(*impl_->asideRelease, [](Statement&) {});
 }
 
 void SqliteTable::begin() {

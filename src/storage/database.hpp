@@ -152,6 +152,12 @@ class DatabaseProtocol {
   /// Runs `work` (calls of this store) as one transaction: committed when `work` returns, rolled
   /// back when it throws (the exception then goes on). Many small writes cost one commit.
   virtual void inTransaction(const std::function<void()>& work) = 0;
+  /// Moves the row with this row id, whatever it holds, out of the table into its side table
+  /// (`detail::SqliteTable::kAsideSuffix`), where it is kept with `reason` for diagnosis and never
+  /// read by the kit again. The side table keeps the latest `kMaxRowsAside` rows.
+  virtual void setAside(std::int64_t rowId, std::string_view reason) = 0;
+
+  static constexpr std::size_t kMaxRowsAside = 1000;
 };
 
 namespace detail {
@@ -207,6 +213,13 @@ class SqliteTable {
 
   /// DELETE ... WHERE ("column" = ?). Throws for a column the table does not have.
   void deleteWhere(std::string_view column, std::string_view value);
+
+  /// The side table's name: the table's, and this.
+  static constexpr const char* kAsideSuffix = "_aside";
+  /// Moves the row `rowId` into the side table (made on first use: the same columns, untyped, so
+  /// that any row fits, then "reason" and "setAsideAt", seconds since 1970), keeping its latest
+  /// `keep` rows. One savepoint: all of it or nothing, also inside a transaction.
+  void setAside(std::int64_t rowId, std::string_view reason, std::size_t keep);
 
   /// BEGIN / COMMIT / ROLLBACK.
   void begin();
@@ -330,6 +343,11 @@ class Database final : public DatabaseProtocol<T> {
       throw;
     }
     table_.commit();
+  }
+
+  void setAside(std::int64_t rowId, std::string_view reason) override {
+    table_.setAside(rowId, reason, this->kMaxRowsAside);
+    // The cached copy is dropped by the next `allRows`, which no longer meets its row id.
   }
 
   /// Rows held in memory now, and their bytes.

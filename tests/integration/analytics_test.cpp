@@ -8,6 +8,8 @@
 #include <set>
 #include <string>
 
+#include <sqlite3.h>
+
 #include "analytics/orvanta_analytics_impl.hpp"
 #include "testing/sandbox_test.hpp"
 
@@ -186,6 +188,91 @@ TEST_F(AnalyticsTest, TenPostsAtMostAndExpiryCancelsTheRestWhoseRowsSurvive) {
     names.insert(event.body["eventName"].get<std::string>());
   }
   EXPECT_EQ(names.size(), 26u);
+}
+
+// The service takes 64 KiB of event body. A larger event is refused where it is tracked, with one
+// line that does not print it. Rows stored by an earlier version: one the size of the limit is
+// delivered (the sandbox agrees), one a byte over is set aside at the next fetch, kept for
+// diagnosis and never posted, while the rows beside it are delivered.
+TEST_F(AnalyticsTest, EventsOverTheServiceLimitAreRefusedOrSetAsideNeverPostedForEver) {
+  givePushToken();
+  enableLogging();
+  analytics_->trackEvent(std::string(1 << 20, 'n'), {{"k", "v"}});
+  EXPECT_EQ(storedRows(), 0u);
+  auto refused = logSink().linesContaining("not recorded: its body is ");
+  ASSERT_EQ(refused.size(), 1u);
+  EXPECT_LT(refused[0].size(), 300u);
+  EXPECT_NE(refused[0].find("over the 65536 the service takes"), std::string::npos);
+
+  // One string parameter padded so that the body is exactly the limit, or a byte more.
+  auto event = [&](const std::string& name, std::size_t bodySize) {
+    OrvantaEvent probe("a1b2c3", sandbox().credentials().appId, name, 1700000000.5,
+                       {{"pad", std::string()}});
+    std::string body;
+    probe.writeBody(body);
+    return std::make_shared<const OrvantaEvent>(
+        "a1b2c3", sandbox().credentials().appId, name, 1700000000.5,
+        ValueMap{{"pad", std::string(bodySize - body.size(), 'p')}});
+  };
+  handler_->addEventToDatabase(event("before", 1000));
+  handler_->addEventToDatabase(event("over", OrvantaAnalytics::kMaxEventSize + 1));
+  handler_->addEventToDatabase(event("at-limit", OrvantaAnalytics::kMaxEventSize));
+  handler_->postEventsFromDatabase();
+  ASSERT_TRUE(sandbox().waitForEventCount(2, testing::kPatience));
+  settle();
+  EXPECT_EQ(storedRows(), 0u);
+  EXPECT_EQ(logSink().linesContaining(" set aside, not sent: body of 65537 bytes").size(), 1u);
+  handler_->postEventsFromDatabase();
+  settle();
+  EXPECT_EQ(sandbox().requestCount(), 2u);
+  EXPECT_TRUE(sandbox().violations().empty());
+
+  // Kept beside the table, with its reason.
+  sqlite3* connection = nullptr;
+  ASSERT_EQ(sqlite3_open((testPlatform().dataDirectory() + "/events-under-test.sqlite").c_str(),
+                         &connection),
+            SQLITE_OK);
+  sqlite3_stmt* statement = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(connection,
+                               "SELECT \"eventName\", \"reason\" FROM \"orvantaevent_aside\"", -1,
+                               &statement, nullptr),
+            SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
+  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "over");
+  EXPECT_THAT(reinterpret_cast<const char*>(sqlite3_column_text(statement, 1)),
+              ::testing::HasSubstr("over the 65536 the service takes"));
+  EXPECT_EQ(sqlite3_step(statement), SQLITE_DONE);
+  sqlite3_finalize(statement);
+  sqlite3_close(connection);
+}
+
+// `flush` waits for delivery: through refused posts it tries again until the service takes them,
+// and with the service down it gives up at its deadline and says how many are left.
+TEST_F(AnalyticsTest, FlushWaitsUntilDeliveredOrTheDeadlineAndSaysWhatIsLeft) {
+  givePushToken();
+  sandbox().setFault(std::nullopt, refusing());
+  analytics_->trackEvent("one");
+  analytics_->trackEvent("two");
+  settle();
+  auto fault = refusing();
+  fault.count = 3;
+  sandbox().clearFaults();
+  sandbox().setFault(Endpoint::event, fault);  // the next three posts are refused
+  const auto deadline = std::chrono::steady_clock::now() + testing::kPatience;
+  EXPECT_EQ(analytics_->impl()->flush(deadline), 0u);
+  EXPECT_EQ(storedRows(), 0u);
+  EXPECT_EQ(sandbox().eventCount(), 2u);
+
+  sandbox().setFault(std::nullopt, refusing());
+  analytics_->trackEvent("three");
+  settle();
+  sandbox().reset();
+  sandbox().setFault(std::nullopt, refusing());
+  EXPECT_EQ(analytics_->impl()->flush(std::chrono::steady_clock::now() +
+                                      std::chrono::milliseconds(600)),
+            1u);
+  EXPECT_GE(sandbox().requestCount(), 2u);  // tried again before giving up
+  EXPECT_EQ(storedRows(), 1u);
 }
 
 }  // namespace

@@ -21,10 +21,13 @@ class CliHostTest : public testing::SandboxTest {
     (void)output;
     return -1;
 #else
-    const std::string command = std::string(ORVANTA_CLI_HOST) + " --service " +
-                                sandbox().baseUrl() + " --bundle " +
-                                testPlatform().bundleDirectory() + " --data " +
-                                testPlatform().dataDirectory() + "/cli " + arguments;
+    std::string command = ORVANTA_CLI_HOST;
+    for (const std::string& part :
+         {std::string(" --service "), sandbox().baseUrl(), std::string(" --bundle "),
+          testPlatform().bundleDirectory(), std::string(" --data "),
+          testPlatform().dataDirectory() + "/cli ", arguments}) {
+      command.append(part);
+    }
     FILE* pipe = ::popen(command.c_str(), "r");
     if (pipe == nullptr) {
       return -1;

@@ -71,6 +71,18 @@ TEST_F(EventServiceTest, EventsThatBreakTheContractAreRefused) {
     EXPECT_NE(lastViolation().find(c.expected), std::string::npos) << lastViolation();
   }
   EXPECT_EQ(sandbox->eventCount(), 0U);
+
+  // The service takes 64 KiB of event body, as the kit knows: padded to exactly that, and a byte
+  // more.
+  json padded = validEvent(credentials());
+  padded["additionalStringFields"]["pad"] = "";
+  const std::size_t base = padded.dump().size();
+  padded["additionalStringFields"]["pad"] = std::string(64 * 1024 - base, 'p');
+  EXPECT_EQ(client.send("POST", url("event"), eventHeaders(credentials()), padded.dump()).status,
+            201);
+  padded["additionalStringFields"]["pad"] = std::string(64 * 1024 - base + 1, 'p');
+  EXPECT_EQ(client.send("POST", url("event"), eventHeaders(credentials()), padded.dump()).status,
+            413);
 }
 
 }  // namespace

@@ -28,6 +28,9 @@ using Clock = std::chrono::system_clock;
 constexpr std::string_view kServicePrefix = "/v1/";
 constexpr std::string_view kControlPrefix = "/_sandbox/";
 constexpr std::size_t kMaxBody = 1024 * 1024;
+/// The service takes events of at most 64 KiB of body, as the kit knows (it refuses larger ones
+/// at `trackEvent`).
+constexpr std::size_t kMaxEventBody = 64 * 1024;
 // How long a device's push endpoint has to take a push.
 constexpr long kDeliveryTimeoutMs = 10'000;
 
@@ -217,7 +220,9 @@ class Sandbox::Impl {
       return MHD_YES;
     }
     if (*uploadDataSize != 0) {
-      if (exchange->body.size() + *uploadDataSize > kMaxBody) {
+      const std::size_t limit =
+          exchange->route && exchange->route->endpoint == Endpoint::event ? kMaxEventBody : kMaxBody;
+      if (exchange->body.size() + *uploadDataSize > limit) {
         exchange->tooLarge = true;
       } else {
         exchange->body.append(uploadData, *uploadDataSize);
