@@ -391,9 +391,9 @@ int main(int argc, char** argv) {
       const auto event = sampleEvent(i);
       uuids.push_back(event.uuidId);
       auto call = EventsEndPoint::event(event);
-      requests.push_back(detail::buildRequest(call.httpMethod(), pathURL(call),
-                                              call.headers(*context->configFile()), call.task(),
-                                              detail::kRequestTimeout));
+      requests.push_back(detail::buildRequest(
+          call.httpMethod(), pathURL(context->serviceURLs()->url(EventsEndPoint::service), call),
+          call.headers(*context->configFile()), call.task(), detail::kRequestTimeout));
     }
   };
 

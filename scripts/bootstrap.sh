@@ -1,21 +1,43 @@
 #!/usr/bin/env bash
-# Installs every Debian package that the build, the tests, the tools and the benchmarks need, and
-# the npm packages of the sandbox console's browser test.
+# Installs the Debian packages (and npm packages) that a command of this repository needs.
+#
+#   scripts/bootstrap.sh demo   what the demo needs: the compiler, CMake, ccache, and the
+#                               libraries of the kit, orvanta-sandbox and orvanta-distributor
+#   scripts/bootstrap.sh        everything the build, the tests, the tools and the benchmarks need
+#                               (the demo's packages, GoogleTest, Google Benchmark, clang, GTK 4,
+#                               WebKitGTK, Xvfb, gobjc++, Chromium), and the npm packages of the
+#                               sandbox console's browser test
+#
 # Idempotent: when everything is present it changes nothing and needs no network.
 set -euo pipefail
 
-packages=(
+profile="${1:-all}"
+
+# The kit (libcurl, SQLite, libplist, nlohmann/json, GIO for desktop notifications), the sandbox
+# (libmicrohttpd) and the distributor (GIO); dbus for the demo's private session bus.
+demo_packages=(
   build-essential cmake pkg-config git ccache
-  libgtest-dev libgmock-dev libbenchmark-dev
-  nlohmann-json3-dev libplist-dev libplist-utils libcurl4-openssl-dev libsqlite3-dev
-  libmicrohttpd-dev openssl
+  nlohmann-json3-dev libplist-dev libcurl4-openssl-dev libsqlite3-dev libmicrohttpd-dev
+  libglib2.0-dev dbus
+)
+test_packages=(
+  libgtest-dev libgmock-dev libbenchmark-dev libplist-utils openssl
   clang libclang-rt-14-dev clang-format
-  # Optional desktop adapters and their tests: GIO (network monitor, D-Bus), GTK 4 / WebKitGTK
-  # on a private X server, the Objective-C runtime for delegate interception
-  libglib2.0-dev dbus libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth gobjc++-12
+  # Optional desktop adapters and their tests: GTK 4 / WebKitGTK on a private X server, the
+  # Objective-C runtime for delegate interception
+  libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth gobjc++-12
   # The sandbox console's browser test
   nodejs npm chromium
 )
+
+case "$profile" in
+  demo) packages=("${demo_packages[@]}") ;;
+  all) packages=("${demo_packages[@]}" "${test_packages[@]}") ;;
+  *)
+    echo "usage: scripts/bootstrap.sh [demo]" >&2
+    exit 2
+    ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do
@@ -29,7 +51,7 @@ for p in "${packages[@]}"; do
 done
 
 if [ ${#missing[@]} -eq 0 ]; then
-  echo "bootstrap: all packages present"
+  echo "bootstrap: all packages present ($profile)"
 else
   sudo=""
   if [ "$(id -u)" -ne 0 ]; then
@@ -38,6 +60,10 @@ else
   echo "bootstrap: installing ${missing[*]}"
   $sudo apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+if [ "$profile" = demo ]; then
+  exit 0
 fi
 
 # The npm packages of the sandbox console's browser test, exactly as locked (no browser is

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite:
+# Installs every package the tests need (scripts/bootstrap.sh), then builds and runs the whole test
+# suite:
 #   1. everything (kit, tools, demo, benchmarks) with warnings as errors; unit, integration,
 #      sandbox, crash and package tests;
 #   2. the suite again under AddressSanitizer + UndefinedBehaviorSanitizer, with the fuzz
@@ -62,7 +63,8 @@ for stage in $stages; do
   case "$stage" in
     main)
       echo "== main build: everything, warnings as errors"
-      configure main -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTA_WERROR=ON -DORVANTA_BUILD_BENCH=ON
+      configure main -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTA_WERROR=ON -DORVANTA_BUILD_TESTS=ON \
+        -DORVANTA_BUILD_BENCH=ON
       cmake --build "$root/build/main" -j "$jobs"
       run_ctest main --test-dir "$root/build/main" || status=1
       ;;

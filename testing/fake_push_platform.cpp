@@ -27,8 +27,12 @@ void RecordingNotificationCenter::setNotificationCategories(
   installed_.push_back(std::move(categories));
 }
 
-void RecordingNotificationCenter::add(port::NotificationRequest,
+void RecordingNotificationCenter::add(port::NotificationRequest request,
                                       std::function<void(std::optional<Error>)> completion) {
+  {
+    std::lock_guard lock(mutex_);
+    added_.push_back(std::move(request));
+  }
   if (completion) {
     queue_->async([completion = std::move(completion)] { completion(std::nullopt); });
   }
@@ -48,6 +52,11 @@ std::shared_ptr<port::NotificationCenterDelegate> RecordingNotificationCenter::d
 std::vector<port::AuthorizationOptions> RecordingNotificationCenter::authorizationRequests() const {
   std::lock_guard lock(mutex_);
   return authorizationRequests_;
+}
+
+std::vector<port::NotificationRequest> RecordingNotificationCenter::added() const {
+  std::lock_guard lock(mutex_);
+  return added_;
 }
 
 std::vector<std::vector<port::NotificationCategory>>

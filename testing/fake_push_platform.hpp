@@ -33,6 +33,8 @@ class RecordingNotificationCenter : public port::NotificationCenter {
   std::shared_ptr<port::NotificationCenterDelegate> delegate() const override;
 
   std::vector<port::AuthorizationOptions> authorizationRequests() const;
+  /// The notifications it was asked to show, in order.
+  std::vector<port::NotificationRequest> added() const;
   /// Each set of categories installed, in order.
   std::vector<std::vector<port::NotificationCategory>> installedCategories() const;
 
@@ -42,6 +44,7 @@ class RecordingNotificationCenter : public port::NotificationCenter {
   mutable std::mutex mutex_;
   std::vector<port::AuthorizationOptions> authorizationRequests_;
   std::vector<std::vector<port::NotificationCategory>> installed_;
+  std::vector<port::NotificationRequest> added_;
   std::weak_ptr<port::NotificationCenterDelegate> delegate_;
 };
 

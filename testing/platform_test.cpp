@@ -131,6 +131,10 @@ void PlatformTest::TearDown() {
   test_.reset();
 }
 
+std::shared_ptr<detail::KitContext> PlatformTest::kitContext() {
+  return detail::processContext();
+}
+
 AuthData::Dependencies PlatformTest::authDataDependencies(
     std::shared_ptr<DevicesServiceProtocol> service, std::shared_ptr<port::MainQueue> queue) const {
   return {

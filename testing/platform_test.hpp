@@ -90,6 +90,9 @@ class PlatformTest : public ::testing::Test {
   /// read the credentials straight from the test bundle's configuration file), independent of
   /// the kit's shared instance.
   detail::KitContext& context() const { return *context_; }
+  /// The context the kit's entry point is built from over the installed platform: the stores and
+  /// device authorization that `Orvanta::shared()` and the public calls use.
+  static std::shared_ptr<detail::KitContext> kitContext();
   const std::shared_ptr<Platform>& platform() const { return test_->platform(); }
   ManualClock& clock() { return *test_->clock(); }
   ManualMainQueue& mainQueue() { return *test_->mainQueue(); }

@@ -10,7 +10,6 @@
 #include "orvanta/export.hpp"
 #include "orvanta/orvanta_notification_service_extension.hpp"
 #include "orvanta/platform.hpp"
-#include "orvanta/value.hpp"
 
 namespace orvanta {
 
@@ -69,15 +68,5 @@ struct ORVANTA_API LinuxPlatformOptions {
 ///   `orvanta::installPlatform(orvanta::makeLinuxPlatform({.bundleDirectory =
 ///   "/path/to/folder"}));`
 ORVANTA_API std::shared_ptr<Platform> makeLinuxPlatform(const LinuxPlatformOptions& options = {});
-
-/// Hands a remote push to the platform in force, as the system does when a push arrives: title,
-/// body and category come from the push's dictionary `userInfo` (its "aps" alert, else the kit's
-/// "data"); the notification service extension then gets it on the main queue (it reports the
-/// push received and attaches its image, within `serviceExtensionTimeBudget`), and the
-/// notification centre offers the result to the kit in front
-/// (`OrvantaPush::willPresentNotification`) before it is shown. Pushes arriving over UnifiedPush
-/// take this way by themselves; a host whose pushes arrive by a transport of its own calls this
-/// with each push. Any thread; returns at once; never throws.
-ORVANTA_API void deliverRemoteNotification(const ValueMap& userInfo);
 
 }  // namespace orvanta

@@ -16,6 +16,7 @@
 #include "orvanta/port/preferences_store.hpp"
 #include "orvanta/port/presenter.hpp"
 #include "orvanta/port/secure_store.hpp"
+#include "orvanta/value.hpp"
 
 namespace orvanta {
 
@@ -51,5 +52,15 @@ ORVANTA_API bool installPlatform(std::shared_ptr<Platform> platform);
 
 /// The platform in force; the Linux default (see `linux_platform.hpp`) when none was installed.
 ORVANTA_API std::shared_ptr<Platform> currentPlatform();
+
+/// Hands a remote push to the platform in force, as the system does when a push arrives: title,
+/// body and category come from the push's dictionary `userInfo` (its "aps" alert, else the kit's
+/// "data"); the notification service extension then gets it on the main queue (it reports the
+/// push received and attaches its image, within `serviceExtensionTimeBudget`), and the
+/// notification centre offers the result to the kit in front
+/// (`OrvantaPush::willPresentNotification`) before it is shown. Pushes arriving over UnifiedPush
+/// take this way by themselves; a host whose pushes arrive by a transport of its own calls this
+/// with each push. Any thread; returns at once; never throws.
+ORVANTA_API void deliverRemoteNotification(const ValueMap& userInfo);
 
 }  // namespace orvanta

@@ -27,12 +27,8 @@ class PushInFlight : public std::enable_shared_from_this<PushInFlight> {
   // Main queue.
   void start(const RemotePushDelivery::ExtensionFactory& makeExtension,
              std::chrono::milliseconds budget) {
-    extension_ = detail::shielded(
-        [&] {
-          return makeExtension ? makeExtension()
-                               : std::make_shared<OrvantaNotificationServiceExtension>();
-        },
-        std::shared_ptr<OrvantaNotificationServiceExtension>());
+    extension_ = detail::shielded([&] { return makeExtension ? makeExtension() : nullptr; },
+                                  std::shared_ptr<OrvantaNotificationServiceExtension>());
     if (!extension_) {
       show(request_.content);
       return;
@@ -117,8 +113,18 @@ RemotePushDelivery::RemotePushDelivery(Options options) : options_(std::move(opt
 void RemotePushDelivery::deliver(ValueMap userInfo) {
   auto push = std::make_shared<PushInFlight>(notificationRequestFromUserInfo(userInfo),
                                              options_.notificationCenter, options_.mainQueue);
-  options_.mainQueue->async([push, makeExtension = options_.makeExtension,
+  ExtensionFactory makeExtension = options_.makeExtension;
+  if (!makeExtension) {
+    std::lock_guard lock(mutex_);
+    makeExtension = kitExtension_;
+  }
+  options_.mainQueue->async([push, makeExtension = std::move(makeExtension),
                              budget = options_.budget] { push->start(makeExtension, budget); });
+}
+
+void RemotePushDelivery::setKitExtension(ExtensionFactory makeExtension) {
+  std::lock_guard lock(mutex_);
+  kitExtension_ = std::move(makeExtension);
 }
 
 }  // namespace orvanta::linux_platform

@@ -10,6 +10,11 @@ if(ORVANTA_WITH_OBJC)
     set(ENV{OBJCXX} ${CMAKE_CXX_COMPILER})
   endif()
   include(CheckLanguage)
+  # Looked for again while not found: a build folder configured before gobjc++ was installed
+  # (by the demo, say) finds it on its next configuration.
+  if(NOT CMAKE_OBJCXX_COMPILER)
+    unset(CMAKE_OBJCXX_COMPILER CACHE)
+  endif()
   check_language(OBJCXX)
   if(NOT CMAKE_OBJCXX_COMPILER)
     message(STATUS "orvanta: Objective-C support off: gobjc++ not found")

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,14 +13,6 @@
 namespace orvanta::Constants {
 
 namespace Networking {
-
-/// Base URL of the push service (devices, last push, push reports). Any thread.
-std::string pushSDKURL();
-/// Base URL of the API service (events). Any thread.
-std::string eventsSDKURL();
-/// Points the kit at other service hosts (a local emulator in tests and demos); an empty value
-/// restores the built-in URL. Each URL must be absolute and end in "/". Any thread.
-void overrideServiceURLs(std::optional<std::string> pushURL, std::optional<std::string> eventsURL);
 
 /// Header fields of every request: "Content-Type: application/json".
 port::HttpHeaders defaultHeaders();

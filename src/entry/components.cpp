@@ -33,7 +33,7 @@ PushComponents makePushComponents(const std::shared_ptr<KitContext>& context,
           .categoriesFactory =
               std::make_shared<OrvantaPushNotificationCategoriesFactory>(platform.bundle),
           .statusReporter = statusReporter,
-          .inAppInteraction = inAppInteraction,
+          .actionHandler = inAppInteraction,
       }));
   auto interception = std::make_shared<PushInterception>(push->impl());
   if (hookPlatformCallbacks) {

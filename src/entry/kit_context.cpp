@@ -7,11 +7,20 @@
 
 namespace orvanta::detail {
 
+const std::shared_ptr<ServiceBaseURLs>& processServiceURLs() {
+  // Never destroyed: requests may still be built on the kit's threads while the process exits.
+  static const auto* urls =
+      new std::shared_ptr<ServiceBaseURLs>(std::make_shared<ServiceBaseURLs>());
+  return *urls;
+}
+
 KitContext::KitContext(std::shared_ptr<Platform> platform,
-                       std::shared_ptr<const CredentialsSource> requestCredentials)
+                       std::shared_ptr<const CredentialsSource> requestCredentials,
+                       std::shared_ptr<const ServiceBaseURLs> serviceURLs)
     : platform_(std::move(platform)),
       configFile_(std::make_shared<OrvantaConfigFileHelper>(platform_->bundle)),
       requestCredentials_(requestCredentials ? std::move(requestCredentials) : configFile_),
+      serviceURLs_(std::move(serviceURLs)),
       keychain_(std::make_shared<KeychainAccess>(platform_->secureStore)),
       userDefaults_(std::make_shared<UserDefaultsAccess>(platform_->preferences)),
       commonData_(std::make_shared<CommonData>(userDefaults_)) {

@@ -8,6 +8,7 @@
 #include "networking/auth_data.hpp"
 #include "networking/end_point_type.hpp"
 #include "networking/router.hpp"
+#include "networking/service_base_urls.hpp"
 #include "orvanta/platform.hpp"
 #include "push/orvanta_notification_status_reporter.hpp"
 #include "storage/common_data.hpp"
@@ -16,6 +17,10 @@
 
 namespace orvanta::detail {
 
+/// The service base URLs of the process, which `setServiceBaseURLs` changes: those of every
+/// context unless it is given others. Any thread.
+const std::shared_ptr<ServiceBaseURLs>& processServiceURLs();
+
 /// What the kit's components are built from: one platform's ports and the few objects that the
 /// components share — the host's credentials, the key-value stores, the device authorization and
 /// the event database. The composition root makes one per platform and hands each component what
@@ -23,10 +28,11 @@ namespace orvanta::detail {
 /// thread.
 class KitContext {
  public:
-  /// `platform` must have every port. Requests read their credentials from `requestCredentials`
-  /// (none: straight from the host's configuration file).
+  /// `platform` must have every port. Requests go to the services at `serviceURLs` and read their
+  /// credentials from `requestCredentials` (none: straight from the host's configuration file).
   explicit KitContext(std::shared_ptr<Platform> platform,
-                      std::shared_ptr<const CredentialsSource> requestCredentials = nullptr);
+                      std::shared_ptr<const CredentialsSource> requestCredentials = nullptr,
+                      std::shared_ptr<const ServiceBaseURLs> serviceURLs = processServiceURLs());
   KitContext(const KitContext&) = delete;
   KitContext& operator=(const KitContext&) = delete;
 
@@ -36,6 +42,7 @@ class KitContext {
   const std::shared_ptr<const CredentialsSource>& requestCredentials() const {
     return requestCredentials_;
   }
+  const std::shared_ptr<const ServiceBaseURLs>& serviceURLs() const { return serviceURLs_; }
   const std::shared_ptr<KeychainAccess>& keychain() const { return keychain_; }
   const std::shared_ptr<UserDefaultsAccess>& userDefaults() const { return userDefaults_; }
   const std::shared_ptr<CommonData>& commonData() const { return commonData_; }
@@ -47,16 +54,18 @@ class KitContext {
   /// A new status reporter over a new pushes service.
   std::shared_ptr<OrvantaNotificationStatusReporter> makeStatusReporter() const;
 
-  /// A new router of the family `E` over the platform's HTTP client and the request credentials.
+  /// A new router of the family `E` over the platform's HTTP client, the request credentials and
+  /// the service URLs.
   template <EndPointType E>
   std::shared_ptr<Router<E>> router() const {
-    return Router<E>::make({platform_->httpClient, requestCredentials_});
+    return Router<E>::make({platform_->httpClient, requestCredentials_, serviceURLs_});
   }
 
  private:
   std::shared_ptr<Platform> platform_;
   std::shared_ptr<OrvantaConfigFileHelper> configFile_;
   std::shared_ptr<const CredentialsSource> requestCredentials_;
+  std::shared_ptr<const ServiceBaseURLs> serviceURLs_;
   std::shared_ptr<KeychainAccess> keychain_;
   std::shared_ptr<UserDefaultsAccess> userDefaults_;
   std::shared_ptr<CommonData> commonData_;

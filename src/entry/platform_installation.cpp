@@ -1,23 +1,29 @@
 #include "entry/platform_installation.hpp"
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
 
 #include "core/guard.hpp"
 #include "core/logger.hpp"
-#include "linux/linux_platform_internal.hpp"
-#include "linux/remote_push_delivery.hpp"
+#include "default_platform.hpp"
 #include "orvanta/host_lifecycle.hpp"
-#include "orvanta/linux_platform.hpp"
 
 namespace orvanta {
 namespace {
 
+/// A platform made ready by the platform layer, and what the kit built over it.
+struct BoundPlatform {
+  std::shared_ptr<detail::KitContext> context;
+  /// The platform's way for the pushes a host receives itself.
+  std::function<void(const ValueMap&)> deliverRemoteNotification;
+};
+
 struct ProcessState {
   std::mutex mutex;
-  std::shared_ptr<detail::KitContext> context;
+  BoundPlatform bound;
   /// What used the kit first; empty while the platform may still be installed.
   std::string usedBy;
 };
@@ -28,12 +34,18 @@ ProcessState& processState() {
   return *state;
 }
 
-/// A context over `platform` (complete), with the logger bound to its sink.
-std::shared_ptr<detail::KitContext> contextFor(std::shared_ptr<Platform> platform) {
+/// `given` (null: the default platform) with its empty ports filled by the platform layer and the
+/// kit's own extension for its remote pushes; the logger bound to its sink; its context.
+BoundPlatform bind(std::shared_ptr<Platform> given) {
+  auto ready = detail::makeDefaultPlatform(
+      std::move(given),
+      {.makeExtension = [] { return std::make_shared<OrvantaNotificationServiceExtension>(); }});
+  const auto& platform = *ready.platform;
   OrvantaLogger::bind(std::make_shared<const OrvantaLogger::Output>(
-      OrvantaLogger::Output{platform->logSink, platform->clock, platform->preferences}));
-  return std::make_shared<detail::KitContext>(std::move(platform),
-                                              detail::sharedConfigurationCredentials());
+      OrvantaLogger::Output{platform.logSink, platform.clock, platform.preferences}));
+  return {std::make_shared<detail::KitContext>(std::move(ready.platform),
+                                               detail::sharedConfigurationCredentials()),
+          std::move(ready.deliverRemoteNotification)};
 }
 
 /// The first public call into the kit, for the line of an `installPlatform` that came too late.
@@ -44,8 +56,18 @@ std::string firstUse() {
   return entry != nullptr ? entry : "a call into the kit";
 }
 
+/// Nothing was installed: the default platform is bound for good. `state.mutex` is held.
+void bindDefaultWhenNone(ProcessState& state) {
+  if (state.bound.context) {
+    return;
+  }
+  state.bound = bind(nullptr);
+  if (state.usedBy.empty()) {
+    state.usedBy = firstUse() + ", over the Linux default platform";
+  }
+}
+
 bool install(std::shared_ptr<Platform> platform, bool evenInUse) {
-  std::shared_ptr<detail::KitContext> context;
   auto& state = processState();
   {
     std::lock_guard lock(state.mutex);
@@ -56,21 +78,19 @@ bool install(std::shared_ptr<Platform> platform, bool evenInUse) {
       return false;
     }
   }
+  BoundPlatform bound;
   if (platform) {
-    // Ports left empty take the Linux default, one by one; a complete platform is used as it is.
-    auto complete = std::make_shared<Platform>(*platform);
-    context = contextFor(linux_platform::fillMissingPorts(*complete, {}) ? std::move(complete)
-                                                                         : std::move(platform));
+    bound = bind(std::move(platform));
   } else {
     OrvantaLogger::bind(nullptr);
   }
-  std::shared_ptr<detail::KitContext> previous;
+  BoundPlatform previous;
   {
     std::lock_guard lock(state.mutex);
     if (!state.usedBy.empty() && !evenInUse) {
-      return false;  // another thread began using the kit meanwhile; `context` is dropped
+      return false;  // another thread began using the kit meanwhile; `bound` is dropped
     }
-    previous = std::exchange(state.context, std::move(context));
+    previous = std::exchange(state.bound, std::move(bound));
     if (evenInUse) {
       state.usedBy.clear();
       firstEntry.store(nullptr);
@@ -94,19 +114,14 @@ std::shared_ptr<Platform> currentPlatform() {
 void deliverRemoteNotification(const ValueMap& userInfo) {
   detail::noteEntry("orvanta::deliverRemoteNotification()");
   detail::shielded([&] {
-    const auto& platform = detail::processContext()->platform();
-    // The application's own delivery when it has one (the Linux default's), with the host's
-    // extension and budget; else the kit's extension over the platform's centre.
-    std::shared_ptr<linux_platform::RemotePushDelivery> delivery;
-    if (auto* receiver =
-            dynamic_cast<linux_platform::RemotePushReceiver*>(platform->application.get())) {
-      delivery = receiver->remotePushDelivery();
+    auto& state = processState();
+    std::function<void(const ValueMap&)> deliver;
+    {
+      std::lock_guard lock(state.mutex);
+      bindDefaultWhenNone(state);
+      deliver = state.bound.deliverRemoteNotification;
     }
-    if (!delivery) {
-      delivery = linux_platform::RemotePushDelivery::make(
-          {.notificationCenter = platform->notificationCenter, .mainQueue = platform->mainQueue});
-    }
-    delivery->deliver(userInfo);
+    deliver(userInfo);
   });
 }
 
@@ -135,20 +150,14 @@ namespace detail {
 std::shared_ptr<Platform> installedPlatformOrNull() {
   auto& state = processState();
   std::lock_guard lock(state.mutex);
-  return state.context ? state.context->platform() : nullptr;
+  return state.bound.context ? state.bound.context->platform() : nullptr;
 }
 
 std::shared_ptr<KitContext> processContext() {
   auto& state = processState();
   std::lock_guard lock(state.mutex);
-  if (!state.context) {
-    // Nothing was installed: the Linux default is bound for good.
-    state.context = contextFor(makeLinuxPlatform());
-    if (state.usedBy.empty()) {
-      state.usedBy = firstUse() + ", over the Linux default platform";
-    }
-  }
-  return state.context;
+  bindDefaultWhenNone(state);
+  return state.bound.context;
 }
 
 void noteEntry(const char* entry) noexcept {

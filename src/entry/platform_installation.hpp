@@ -11,11 +11,10 @@ namespace orvanta::detail {
 /// put back what they found).
 std::shared_ptr<Platform> installedPlatformOrNull();
 
-/// The context of the platform in force: the process's shared stores and device authorization
-/// (`Store::keychain()`, `AuthData::shared()`...) and what the shared `Orvanta` is built from.
-/// Made on first use (over the Linux default when no platform was installed) and again after each
-/// `installPlatform`. Its requests read their credentials from the shared instance's
-/// configuration. Any thread.
+/// The context of the platform in force: the stores and device authorization that the entry's
+/// public calls use, and what the shared `Orvanta` is built from. Made on first use (over the
+/// default platform when none was installed) and again after each `installPlatform`. Its requests
+/// read their credentials from the shared instance's configuration. Any thread.
 std::shared_ptr<KitContext> processContext();
 
 /// Remembers `entry` (a public call, such as "Orvanta::analytics()") as the kit's first use when

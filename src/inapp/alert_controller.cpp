@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "core/logger.hpp"
-#include "inapp/orvanta_in_app_interaction_impl.hpp"
+#include "push/push_action_handler.hpp"
 
 namespace orvanta {
 namespace {
@@ -97,7 +97,7 @@ std::vector<AlertAction> AlertControllerFactory::alertControllerActionsForCatego
   for (auto button : Factory::actions(category)) {
     std::string identifier = Factory::identifier(button);
     auto handler = Action<>([dependencies = dependencies_, payload, identifier] {
-      auto found = OrvantaInAppInteraction::Impl::searchNotificationAction(identifier, payload);
+      auto found = searchNotificationAction(identifier, payload);
       if (!found) {
         OrvantaLogger::error(
             "Can't handle alert action, notificationPayload doesn't have action with id: " +

@@ -147,17 +147,4 @@ void OrvantaInAppInteraction::Impl::handleAction(const OrvantaNotificationAction
   }
 }
 
-std::optional<OrvantaNotificationAction> OrvantaInAppInteraction::Impl::searchNotificationAction(
-    const std::string& actionId, const OrvantaNotificationPayload& payload) {
-  if (!payload.actionButtons) {
-    return std::nullopt;
-  }
-  for (const auto& candidate : *payload.actionButtons) {
-    if (candidate.id == actionId) {
-      return candidate;
-    }
-  }
-  return std::nullopt;
-}
-
 }  // namespace orvanta

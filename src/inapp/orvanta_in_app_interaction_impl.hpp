@@ -14,6 +14,7 @@
 #include "orvanta/port/main_queue.hpp"
 #include "orvanta/port/presenter.hpp"
 #include "push/orvanta_notification_status_reporter.hpp"
+#include "push/push_action_handler.hpp"
 
 namespace orvanta {
 
@@ -21,7 +22,8 @@ namespace orvanta {
 /// opens a URL in the browser or as a deep link, shows the web view screen, shows a push as an
 /// alert with its buttons. Screens are shown on the main queue: a call made on another thread is
 /// carried there. Always owned by a `std::shared_ptr`.
-class OrvantaInAppInteraction::Impl : public std::enable_shared_from_this<Impl> {
+class OrvantaInAppInteraction::Impl : public PushActionHandler,
+                                      public std::enable_shared_from_this<Impl> {
  public:
   struct Dependencies {
     /// Shows the screens.
@@ -57,12 +59,7 @@ class OrvantaInAppInteraction::Impl : public std::enable_shared_from_this<Impl> 
   /// "WEBVIEW" shows the URL in the web view screen; "NONE" does nothing; "BROWSER" and
   /// "DEEPLINK" open the URL when some program can, else log "Unable to openURL: " + URL +
   /// " for type: " + the type.
-  void handleAction(const OrvantaNotificationAction& action);
-
-  /// The first of the payload's button actions whose id equals `actionId`; none when there is none
-  /// (or the payload has no button actions). Any thread.
-  static std::optional<OrvantaNotificationAction> searchNotificationAction(
-      const std::string& actionId, const OrvantaNotificationPayload& payload);
+  void handleAction(const OrvantaNotificationAction& action) override;
 
   const Dependencies& dependencies() const { return dependencies_; }
 

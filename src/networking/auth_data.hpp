@@ -20,7 +20,7 @@ namespace orvanta {
 /// Keeps this installation's device record in the key store and registers it with the push
 /// service, trying again every 60 seconds until the service accepts it.
 ///
-/// Always owned by a `std::shared_ptr` (`AuthData::make`, `AuthData::shared()`): request handlers
+/// Always owned by a `std::shared_ptr` (`AuthData::make`): request handlers
 /// and the pending retry hold it weakly and do nothing once it is gone. Every member may be called
 /// from any thread. Registration handlers run on the HTTP client's thread; retries run on the main
 /// queue.
@@ -41,10 +41,6 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
 
   /// The pause between a failed registration and the next attempt.
   static constexpr std::chrono::milliseconds kRetryDelay{60'000};
-
-  /// The kit's shared instance, the one its components are built with, over the platform in
-  /// force.
-  static std::shared_ptr<AuthData> shared();
 
   static std::shared_ptr<AuthData> make(Dependencies dependencies) {
     return std::make_shared<AuthData>(std::move(dependencies));

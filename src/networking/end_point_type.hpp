@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "core/constants.hpp"
+#include "networking/service_base_urls.hpp"
 #include "orvanta/port/http_client.hpp"
 
 namespace orvanta {
@@ -50,20 +51,21 @@ struct HTTPTask {
 };
 
 /// An endpoint family: a value naming one call, which the router turns into a request.
-/// `baseURL()` ends in "/"; `path()` is relative to it; `headers(credentials)` is the family's
-/// authorisation set, built again from the credentials on every call.
+/// `service` is the service the family's calls go to; `path()` is relative to that service's base
+/// URL; `headers(credentials)` is the family's authorisation set, built again from the
+/// credentials on every call.
 template <class E>
 concept EndPointType = requires(const E& endPoint, const CredentialsSource& credentials) {
-  { endPoint.baseURL() } -> std::convertible_to<std::string>;
+  { E::service } -> std::convertible_to<Service>;
   { endPoint.path() } -> std::convertible_to<std::string>;
   { endPoint.httpMethod() } -> std::same_as<HTTPMethod>;
   { endPoint.task() } -> std::same_as<HTTPTask>;
   { endPoint.headers(credentials) } -> std::same_as<port::HttpHeaders>;
 };
 
-/// What a family inherits unless it says otherwise: the push service's base URL.
+/// What a family inherits unless it says otherwise: its calls go to the push service.
 struct EndPointDefaults {
-  static std::string baseURL() { return Constants::Networking::pushSDKURL(); }
+  static constexpr Service service = Service::push;
 };
 
 /// `base` with `path` appended as a path component: a "/" is put between them unless `base` ends
@@ -72,10 +74,10 @@ struct EndPointDefaults {
 /// blank stays inside its path segment.
 std::string appendingPathComponent(const std::string& base, std::string_view path);
 
-/// The full URL of a call.
+/// The full URL of a call to the service at `baseURL`.
 template <EndPointType E>
-std::string pathURL(const E& endPoint) {
-  return appendingPathComponent(endPoint.baseURL(), endPoint.path());
+std::string pathURL(const std::string& baseURL, const E& endPoint) {
+  return appendingPathComponent(baseURL, endPoint.path());
 }
 
 }  // namespace orvanta

@@ -15,7 +15,7 @@ class EventsEndPoint {
  public:
   static EventsEndPoint event(const OrvantaEvent& event) { return EventsEndPoint(event); }
 
-  static std::string baseURL() { return Constants::Networking::eventsSDKURL(); }
+  static constexpr Service service = Service::api;
   std::string path() const { return "event"; }
   HTTPMethod httpMethod() const { return HTTPMethod::post; }
   /// The written body; none when the record could not be written (the router then fails the call

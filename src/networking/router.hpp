@@ -9,6 +9,7 @@
 #include "core/future.hpp"
 #include "core/response.hpp"
 #include "networking/end_point_type.hpp"
+#include "networking/service_base_urls.hpp"
 #include "orvanta/port/http_client.hpp"
 
 namespace orvanta {
@@ -63,6 +64,9 @@ class Router : public std::enable_shared_from_this<Router<EndPoint>> {
     /// Where the authorisation headers take the host's credentials from, for each request.
     /// Required.
     std::shared_ptr<const CredentialsSource> credentials;
+    /// Where the services are; the family's (`EndPoint::service`) is read for each request.
+    /// Required.
+    std::shared_ptr<const ServiceBaseURLs> baseURLs;
     /// Ten seconds; tests shorten it rather than wait.
     std::chrono::milliseconds requestTimeout = detail::kRequestTimeout;
   };
@@ -94,9 +98,9 @@ class Router : public std::enable_shared_from_this<Router<EndPoint>> {
 
  private:
   port::HttpRequest requestFrom(const EndPoint& route) const {
-    return detail::buildRequest(route.httpMethod(), pathURL(route),
-                                route.headers(*dependencies_.credentials), route.task(),
-                                dependencies_.requestTimeout);
+    return detail::buildRequest(
+        route.httpMethod(), pathURL(dependencies_.baseURLs->url(EndPoint::service), route),
+        route.headers(*dependencies_.credentials), route.task(), dependencies_.requestTimeout);
   }
 
   Dependencies dependencies_;

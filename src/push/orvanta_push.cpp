@@ -271,7 +271,7 @@ void OrvantaPush::Impl::handleOpenedNotification(const OrvantaNotificationPayloa
     return;
   }
   if (payload.action) {
-    dependencies_.inAppInteraction->handleAction(*payload.action);
+    dependencies_.actionHandler->handleAction(*payload.action);
   }
 }
 
@@ -287,8 +287,8 @@ void OrvantaPush::Impl::handleNotificationAction(const std::string& identifier,
         [&] { listener->didClickOnActionButtonWithIdentifier(identifier, payload.userInfo); });
     return;
   }
-  if (auto action = OrvantaInAppInteraction::Impl::searchNotificationAction(identifier, payload)) {
-    dependencies_.inAppInteraction->handleAction(*action);
+  if (auto action = searchNotificationAction(identifier, payload)) {
+    dependencies_.actionHandler->handleAction(*action);
   }
 }
 

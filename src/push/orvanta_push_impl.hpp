@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "inapp/orvanta_in_app_interaction_impl.hpp"
 #include "models/orvanta_notification_payload.hpp"
 #include "networking/auth_data.hpp"
 #include "orvanta/orvanta_push.hpp"
@@ -14,6 +13,7 @@
 #include "orvanta/port/main_queue.hpp"
 #include "orvanta/port/notification_center.hpp"
 #include "push/orvanta_notification_status_reporter.hpp"
+#include "push/push_action_handler.hpp"
 #include "push/push_notification_categories.hpp"
 
 namespace orvanta {
@@ -32,7 +32,7 @@ class OrvantaPush::Impl : public std::enable_shared_from_this<OrvantaPush::Impl>
     std::shared_ptr<OrvantaPushNotificationCategoriesFactory> categoriesFactory;
     std::shared_ptr<OrvantaNotificationStatusReporter> statusReporter;
     /// The kit's own handling of a push's actions.
-    std::shared_ptr<OrvantaInAppInteraction::Impl> inAppInteraction;
+    std::shared_ptr<PushActionHandler> actionHandler;
   };
 
   explicit Impl(Dependencies dependencies);

@@ -14,9 +14,6 @@ class CommonData {
  public:
   explicit CommonData(std::shared_ptr<UserDefaultsAccess> userDefaults);
 
-  /// The kit's shared instance, over the preferences store of the platform in force.
-  static CommonData& shared();
-
   /// Id of the last push the user opened ("commonData.lastOpenedPushId").
   std::optional<std::string> lastOpenedPushId() const;
   void setLastOpenedPushId(const std::optional<std::string>& pushId);

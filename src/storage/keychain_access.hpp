@@ -40,10 +40,6 @@ class KeychainAccess {
 
   explicit KeychainAccess(std::shared_ptr<port::SecureStore> store);
 
-  /// The kit's shared instance (same as `Store::keychain()`), over the secure store of the
-  /// platform in force.
-  static std::shared_ptr<KeychainAccess> standard();
-
   /// The item under `key` converted to T; none when missing, unreadable or not convertible.
   template <DataConvertible T>
   std::optional<T> get(const std::string& key) {

@@ -26,10 +26,6 @@ class UserDefaultsAccess {
 
   explicit UserDefaultsAccess(std::shared_ptr<port::PreferencesStore> defaults);
 
-  /// The kit's shared instance (same as `Store::userDefaults()`), over the preferences store of
-  /// the platform in force.
-  static std::shared_ptr<UserDefaultsAccess> standard();
-
   /// Stores `value` under `key`; no value removes the entry.
   template <class T>
   void set(const std::optional<T>& value, const std::string& key) {

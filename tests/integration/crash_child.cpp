@@ -20,6 +20,7 @@
 
 #include "analytics/orvanta_analytics_impl.hpp"
 #include "entry/kit_context.hpp"
+#include "entry/platform_installation.hpp"
 #include "networking/auth_data.hpp"
 #include "orvanta/linux_platform.hpp"
 #include "orvanta/orvanta.hpp"
@@ -70,7 +71,7 @@ std::string integrity(const std::string& path) {
 }
 
 int track(const std::string& prefix) {
-  auto authData = AuthData::shared();
+  auto authData = detail::processContext()->authData();
   OrvantaDevice device = authData->device();
   if (!device.deviceToken) {
     device.deviceToken = "c0ffee";

@@ -27,8 +27,8 @@ class RouterIntegrationTest : public testing::SandboxTest {
   std::optional<Result<Response>> call(
       const std::string& base, std::chrono::milliseconds timeout = detail::kRequestTimeout) {
     EXPECT_TRUE(setServiceBaseURLs(base, base)) << base;
-    auto router =
-        Router<DevicesEndPoint>::make({platform()->httpClient, context().configFile(), timeout});
+    auto router = Router<DevicesEndPoint>::make(
+        {platform()->httpClient, context().configFile(), context().serviceURLs(), timeout});
     return await(router->request(DevicesEndPoint::lastPush("abc")));
   }
 

@@ -8,6 +8,7 @@
 #include "networking/auth_data.hpp"
 #include "orvanta/orvanta.hpp"
 #include "orvanta/orvanta_push_interception.hpp"
+#include "testing/fake_push_platform.hpp"
 #include "testing/sandbox_test.hpp"
 
 namespace orvanta {
@@ -62,9 +63,30 @@ TEST_F(WiringTest, WithoutADocumentsDirectoryTheKitRegistersAndTracksOnATemporar
   EXPECT_EQ(sandbox().events().front().body["eventName"], "opened");
   EXPECT_EQ(logSink().linesContaining("APNs token retrieved: 00c0ffee").size(), 1u);
   EXPECT_EQ(awaitLinesContaining(logSink(), "Successfully registered deviceToken", 1).size(), 1u);
-  auto registered = sandbox().device(AuthData::shared()->device().deviceUUID);
+  auto registered = sandbox().device(kitContext()->authData()->device().deviceUUID);
   ASSERT_TRUE(registered);
   EXPECT_EQ(registered->registrationId, "00c0ffee");
+  EXPECT_TRUE(sandbox().violations().empty()) << sandbox().violationsJson().dump();
+}
+
+TEST_F(WiringTest, APushTheHostReceivedItselfGoesThroughTheKitsOwnExtension) {
+  auto withCentre = std::make_shared<Platform>(*platform());
+  auto centre = std::make_shared<testing::RecordingNotificationCenter>(platform()->mainQueue);
+  withCentre->notificationCenter = centre;
+  ASSERT_TRUE(installPlatform(withCentre));
+
+  deliverRemoteNotification(
+      {{"aps", ValueMap{{"alert", ValueMap{{"title", "Sale"}, {"body", "Today"}}}}},
+       {"data", ValueMap{{"id", "p-9"}, {"registration_id", "00c0ffee"}}}});
+  mainQueue().runUntilIdle();  // the extension gets the push on the main queue
+
+  // The kit's extension reported it received and handed it to the centre unchanged.
+  ASSERT_TRUE(sandbox().waitFor([&] { return !sandbox().reports().empty(); }, testing::kPatience));
+  EXPECT_EQ(sandbox().reports().front().pushId, "p-9");
+  const auto shown = centre->added();
+  ASSERT_EQ(shown.size(), 1u);
+  EXPECT_EQ(shown.front().content.title, "Sale");
+  EXPECT_EQ(shown.front().content.body, "Today");
   EXPECT_TRUE(sandbox().violations().empty()) << sandbox().violationsJson().dump();
 }
 

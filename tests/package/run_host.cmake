@@ -1,4 +1,5 @@
-# Builds and runs the ten-line host against the kit. MODE is find_package or add_subdirectory.
+# Builds and runs the ten-line host against the kit. MODE is find_package, add_subdirectory or
+# static.
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR}/home)
 
@@ -10,10 +11,40 @@ function(run)
   set(last_output "${out}" PARENT_SCOPE)
 endfunction()
 
+set(hosts ${WORK_DIR}/build/host)
 if(MODE STREQUAL "find_package")
   run(${CMAKE_COMMAND} --install ${KIT_BINARY_DIR} --prefix ${WORK_DIR}/prefix)
   run(${CMAKE_COMMAND} -S ${PACKAGE_DIR}/consumer -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
       -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
+elseif(MODE STREQUAL "static")
+  # The kit as a static library with the GIO adapters (its own build, the library alone),
+  # configured for one prefix, installed into another and then moved: the host finds every
+  # dependency in what was installed, wherever it lies.
+  run(${CMAKE_COMMAND} -S ${KIT_SOURCE_DIR} -B ${WORK_DIR}/kit -G ${CMAKE_GENERATOR}
+      -DCMAKE_BUILD_TYPE=${KIT_BUILD_TYPE} -DORVANTA_WERROR=${KIT_WERROR}
+      -DORVANTA_BUILD_SHARED=OFF -DORVANTA_BUILD_TESTS=OFF -DORVANTA_BUILD_EXAMPLES=OFF
+      -DORVANTA_BUILD_TOOLS=OFF -DORVANTA_WITH_GTK=OFF -DORVANTA_WITH_OBJC=OFF
+      -DCMAKE_INSTALL_PREFIX=${WORK_DIR}/configured-prefix)
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/kit -j 2 --target orvanta)
+  run(${CMAKE_COMMAND} --install ${WORK_DIR}/kit --prefix ${WORK_DIR}/installed)
+  file(RENAME ${WORK_DIR}/installed ${WORK_DIR}/prefix)
+  file(GLOB_RECURSE targets_files ${WORK_DIR}/prefix/*/OrvantaTargets.cmake)
+  file(READ "${targets_files}" targets)
+  if(NOT targets MATCHES "PkgConfig::GIO")
+    message(FATAL_ERROR "the static kit was built without its GIO adapters")
+  endif()
+  run(${CMAKE_COMMAND} -S ${PACKAGE_DIR}/consumer -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
+      -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
+  # The same host through pkg-config, as a build system without CMake would link it.
+  file(GLOB_RECURSE pc_files ${WORK_DIR}/prefix/*/orvanta.pc)
+  list(GET pc_files 0 pc_file)
+  get_filename_component(pc_dir ${pc_file} DIRECTORY)
+  set(ENV{PKG_CONFIG_PATH} ${pc_dir})
+  run(pkg-config --static --cflags --libs orvanta)
+  separate_arguments(pc_flags UNIX_COMMAND "${last_output}")
+  run(${CMAKE_CXX_COMPILER} -std=c++20 ${PACKAGE_DIR}/consumer/main.cpp ${pc_flags}
+      -o ${WORK_DIR}/pkg-config-host)
+  list(APPEND hosts ${WORK_DIR}/pkg-config-host)
 else()
   run(${CMAKE_COMMAND} -S ${PACKAGE_DIR}/subdirectory -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
       -DORVANTA_SOURCE_DIR=${KIT_SOURCE_DIR})
@@ -29,8 +60,10 @@ file(WRITE ${WORK_DIR}/home/OrvantaConfig.plist [=[<?xml version="1.0" encoding=
 <key>EventsToken</key><string>host-events</string>
 </dict></plist>
 ]=])
-run(${WORK_DIR}/build/host ${WORK_DIR}/home)
-if(NOT last_output MATCHES "Configuration with token: host-token, secret: host-secret, appId: host-app and eventsToken: host-events")
-  message(FATAL_ERROR "the host did not print the configuration line:\n${last_output}")
-endif()
-message(STATUS "host output:\n${last_output}")
+foreach(host IN LISTS hosts)
+  run(${host} ${WORK_DIR}/home)
+  if(NOT last_output MATCHES "Configuration with token: host-token, secret: host-secret, appId: host-app and eventsToken: host-events")
+    message(FATAL_ERROR "${host} did not print the configuration line:\n${last_output}")
+  endif()
+  message(STATUS "${host} output:\n${last_output}")
+endforeach()

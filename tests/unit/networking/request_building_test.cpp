@@ -99,15 +99,17 @@ TEST(ServiceBaseURLsTest, OnlyHttpsOrLoopbackHttpBasesEndingInASlash) {
     EXPECT_FALSE(isAcceptableServiceBaseURL(bad)) << bad;
   }
 
+  // The process's URLs, which every context's routers read.
+  const auto& urls = detail::processServiceURLs();
   ASSERT_TRUE(setServiceBaseURLs("http://127.0.0.1:9/a/", "https://api.example/b/"));
-  EXPECT_EQ(Constants::Networking::pushSDKURL(), "http://127.0.0.1:9/a/");
-  EXPECT_EQ(Constants::Networking::eventsSDKURL(), "https://api.example/b/");
+  EXPECT_EQ(urls->url(Service::push), "http://127.0.0.1:9/a/");
+  EXPECT_EQ(urls->url(Service::api), "https://api.example/b/");
   // One bad URL changes nothing.
   EXPECT_FALSE(setServiceBaseURLs("https://ok.example/", "http://remote.example/"));
-  EXPECT_EQ(Constants::Networking::pushSDKURL(), "http://127.0.0.1:9/a/");
+  EXPECT_EQ(urls->url(Service::push), "http://127.0.0.1:9/a/");
   resetServiceBaseURLs();
-  EXPECT_EQ(Constants::Networking::pushSDKURL(), "https://push.orvanta.io/v1/");
-  EXPECT_EQ(Constants::Networking::eventsSDKURL(), "https://api.orvanta.io/v1/");
+  EXPECT_EQ(urls->url(Service::push), "https://push.orvanta.io/v1/");
+  EXPECT_EQ(urls->url(Service::api), "https://api.orvanta.io/v1/");
 }
 
 }  // namespace

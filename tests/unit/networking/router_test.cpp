@@ -37,7 +37,7 @@ class HeldHttpClient : public port::HttpClient {
 /// A family of one call whose body and base URL the test chooses.
 struct ProbeEndPoint {
   std::optional<nlohmann::ordered_json> body;
-  static std::string baseURL() { return "https://probe.example/v1/"; }
+  static constexpr Service service = Service::api;
   std::string path() const { return "probe"; }
   HTTPMethod httpMethod() const { return HTTPMethod::post; }
   HTTPTask task() const { return HTTPTask::requestWithParameters(body); }
@@ -56,7 +56,9 @@ class RouterTest : public testing::PlatformTest {
   void SetUp() override {
     PlatformTest::SetUp();
     enableLogging();
-    router_ = Router<ProbeEndPoint>::make({client_, context().configFile()});
+    auto urls = std::make_shared<ServiceBaseURLs>();
+    urls->set("https://unused.example/", "https://probe.example/v1/");
+    router_ = Router<ProbeEndPoint>::make({client_, context().configFile(), urls});
   }
   // The rows the real HTTP client cannot produce; the others run against loopback servers.
   std::shared_ptr<HeldHttpClient> client_ = std::make_shared<HeldHttpClient>();

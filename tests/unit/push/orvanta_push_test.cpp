@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "inapp/orvanta_in_app_interaction_impl.hpp"
 #include "linux/folder_bundle.hpp"
 #include "push/orvanta_push_impl.hpp"
 #include "push/push_interception.hpp"
@@ -63,7 +64,7 @@ class PushTest : public testing::PlatformTest {
         .mainQueue = queue,
         .categoriesFactory = std::make_shared<Factory>(platform()->bundle),
         .statusReporter = reporter,
-        .inAppInteraction = inApp,
+        .actionHandler = inApp,
     });
     push_ = std::make_unique<OrvantaPush>(impl);
     interception_ = std::make_shared<PushInterception>(impl);

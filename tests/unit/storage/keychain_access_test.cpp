@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 
-#include "storage/store.hpp"
 #include "testing/platform_test.hpp"
 
 namespace orvanta {
@@ -15,7 +14,7 @@ namespace {
 using KeychainAccessTest = testing::PlatformTest;
 
 TEST_F(KeychainAccessTest, ValuesRoundTripAndWritesReplace) {
-  auto keychain = Store::keychain();
+  auto keychain = context().keychain();
   EXPECT_EQ(keychain->get<std::string>("uuid"), std::nullopt);
 
   keychain->set(bytesFromString("first"), "uuid");
@@ -34,7 +33,7 @@ TEST_F(KeychainAccessTest, ValuesRoundTripAndWritesReplace) {
 }
 
 TEST_F(KeychainAccessTest, NoValueDeletesAndDeletingNothingSucceeds) {
-  auto keychain = Store::keychain();
+  auto keychain = context().keychain();
   keychain->set(bytesFromString("value"), "key");
   keychain->set(std::nullopt, "key");
   EXPECT_EQ(keychain->get<Bytes>("key"), std::nullopt);
@@ -43,7 +42,7 @@ TEST_F(KeychainAccessTest, NoValueDeletesAndDeletingNothingSucceeds) {
 }
 
 TEST_F(KeychainAccessTest, BytesThatAreNotUtf8ReadAsAnEmptyString) {
-  auto keychain = Store::keychain();
+  auto keychain = context().keychain();
   keychain->set(Bytes{'a', 0xC3, 0x28}, "uuid");
   EXPECT_EQ(keychain->get<std::string>("uuid"), "");
   EXPECT_EQ(keychain->get<Bytes>("uuid"), (Bytes{'a', 0xC3, 0x28}));

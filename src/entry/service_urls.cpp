@@ -1,8 +1,8 @@
 #include "orvanta/service_urls.hpp"
 
-#include "core/constants.hpp"
 #include "core/text.hpp"
 #include "core/uri.hpp"
+#include "entry/kit_context.hpp"
 
 namespace orvanta {
 
@@ -25,12 +25,13 @@ bool setServiceBaseURLs(const std::string& pushServiceURL, const std::string& ap
   if (!isAcceptableServiceBaseURL(pushServiceURL) || !isAcceptableServiceBaseURL(apiServiceURL)) {
     return false;
   }
-  Constants::Networking::overrideServiceURLs(pushServiceURL, apiServiceURL);
+  detail::processServiceURLs()->set(pushServiceURL, apiServiceURL);
   return true;
 }
 
 void resetServiceBaseURLs() {
-  Constants::Networking::overrideServiceURLs(std::nullopt, std::nullopt);
+  detail::processServiceURLs()->set(std::string(ServiceBaseURLs::kProductionPush),
+                                    std::string(ServiceBaseURLs::kProductionApi));
 }
 
 }  // namespace orvanta
