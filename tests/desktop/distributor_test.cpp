@@ -97,7 +97,9 @@ TEST_F(DistributorTest, AProgramRegistersAndUnregistersOnlyItself) {
                 "Register", g_variant_new("(@a{sv})", g_variant_builder_end(&arguments)), "(a{sv})",
                 &reply);
   ASSERT_NE(reply, nullptr);
-  EXPECT_THAT(g_variant_print(reply, FALSE), HasSubstr("REGISTRATION_FAILED"));
+  gchar* printed = g_variant_print(reply, FALSE);
+  EXPECT_THAT(printed, HasSubstr("REGISTRATION_FAILED"));
+  g_free(printed);
   g_variant_unref(reply);
   EXPECT_EQ(distributor_->registrations().size(), 1U);
   EXPECT_EQ(distributor_->refusals(), 3U);
