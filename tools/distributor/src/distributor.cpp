@@ -392,7 +392,7 @@ class Distributor::Impl {
       outcome.reason = "the service name is not a well-known bus name";
     } else if (token.empty()) {
       outcome.reason = "the token is empty";
-    } else if (ownerOf(service) != sender) {
+    } else if (sender.empty() || ownerOf(service) != sender) {
       outcome.reason = "the caller does not own the service name " + service;
     }
     if (!outcome.reason.empty()) {
@@ -455,7 +455,7 @@ class Distributor::Impl {
     if (!service) {
       return true;
     }
-    if (ownerOf(*service) != sender) {
+    if (sender.empty() || ownerOf(*service) != sender) {
       say("refused to unregister " + *service + ": the caller does not own the name");
       return false;
     }

@@ -30,7 +30,8 @@ bool isCredentialHeader(std::string_view name) {
 }
 
 // Whether arrays and objects nest more than `limit` deep, brackets in strings not counted. Exact
-// for JSON; for anything else the parser has the last word.
+// for JSON; for anything else the parser has the last word. (The kit has its own: the sandbox
+// checks the wire independently and does not link it.)
 bool nestedDeeperThan(std::string_view text, std::size_t limit) {
   std::size_t depth = 0;
   bool inString = false;
