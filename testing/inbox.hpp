@@ -33,6 +33,13 @@ class Inbox {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, timeout, [&] { return items_.size() >= count; });
   }
+  /// Waits until `holds(items)` is true.
+  template <class Predicate>
+  bool waitUntil(Predicate holds,
+                 std::chrono::milliseconds timeout = std::chrono::milliseconds(20'000)) const {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, timeout, [&] { return holds(items_); });
+  }
   std::vector<T> items() const {
     std::lock_guard lock(mutex_);
     return items_;

@@ -58,6 +58,11 @@ struct ORVANTA_API LinuxPlatformOptions {
       notificationServiceExtension{};
   /// How long an extension may take before `serviceExtensionTimeWillExpire` is called.
   std::chrono::milliseconds serviceExtensionTimeBudget{30'000};
+  /// The URL schemes of the application's own links ("myapp"): what a push's "DEEPLINK" action
+  /// may open, besides "mailto" and "tel" ("BROWSER" opens http and https only; see
+  /// docs/push.md). None: the "x-scheme-handler/<scheme>" types of the application's desktop
+  /// entry (`desktopEntry`), when it has one.
+  std::optional<std::vector<std::string>> deepLinkSchemes{};
 };
 
 /// Builds the Linux default platform: files in the folders above, the system clocks, standard

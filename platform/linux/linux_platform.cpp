@@ -225,7 +225,10 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
         .store = platform.secureStore,
         .onPush = [delivery](ValueMap userInfo) { delivery->deliver(std::move(userInfo)); },
     });
-    return makeGioApplication(platform.mainQueue, std::move(connector), std::move(delivery));
+    return makeGioApplication(
+        platform.mainQueue, std::move(connector), std::move(delivery),
+        {.deepLinkSchemes = options.deepLinkSchemes,
+         .desktopEntry = options.desktopEntry.value_or(options.applicationId)});
   });
 #else
   fill(platform.notificationCenter, [&] {

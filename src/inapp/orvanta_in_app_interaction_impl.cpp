@@ -136,7 +136,10 @@ void OrvantaInAppInteraction::Impl::handleAction(const OrvantaNotificationAction
       return;
     case ActionType::browser:
     case ActionType::deeplink:
-      if (dependencies_.application && dependencies_.application->canOpenURL(url)) {
+      if (dependencies_.application &&
+          dependencies_.application->canOpenURLAs(url, *action.type == ActionType::browser
+                                                           ? port::UrlTarget::browser
+                                                           : port::UrlTarget::deepLink)) {
         dependencies_.application->open(url);
       } else {
         OrvantaLogger::error([&] {

@@ -57,8 +57,8 @@ class OrvantaInAppInteraction::Impl : public PushActionHandler,
   /// Carries out `action`, checking in this order: no type logs "Can't handle action, type is
   /// missing"; no URL logs "Can't handle action, URL is missing" (a "NONE" action included);
   /// "WEBVIEW" shows the URL in the web view screen; "NONE" does nothing; "BROWSER" and
-  /// "DEEPLINK" open the URL when some program can, else log "Unable to openURL: " + URL +
-  /// " for type: " + the type.
+  /// "DEEPLINK" open the URL when the platform may open it as that (`canOpenURLAs`), else log
+  /// "Unable to openURL: " + URL + " for type: " + the type.
   void handleAction(const OrvantaNotificationAction& action) override;
 
   const Dependencies& dependencies() const { return dependencies_; }

@@ -11,7 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "inapp/orvanta_in_app_interaction_impl.hpp"
 #include "linux/gio/gio_application.hpp"
+#include "models/orvanta_notification_payload.hpp"
 #include "testing/child_process.hpp"
 #include "testing/platform_test.hpp"
 #include "testing/temporary_directory.hpp"
@@ -23,11 +25,16 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-constexpr const char* kHandledScheme = "x-orvanta-test";
+// The schemes the private desktop has a handler for: the web, local and network file systems,
+// mail, telephone, script and data, and two applications' own.
+constexpr const char* kHandledSchemes[] = {"http", "https",          "file",         "ssh",
+                                           "smb",  "mailto",         "tel",          "javascript",
+                                           "data", "x-orvanta-test", "x-orvanta-app"};
 
 // The whole program sees a desktop of its own: XDG folders in a temporary folder, with one
-// application that handles "x-orvanta-test:" URLs by writing them into a named pipe. Set up before
-// any test, so that GIO reads these folders and never the machine's.
+// application that handles the URLs of every scheme above by writing them into a named pipe, and
+// the desktop entry of the application "io.orvanta.Test", which handles "x-orvanta-app:". Set up
+// before any test, so that GIO reads these folders and never the machine's.
 class PrivateDesktop : public ::testing::Environment {
  public:
   static std::string pipePath() { return folder()->file("opened.fifo"); }
@@ -44,21 +51,19 @@ class PrivateDesktop : public ::testing::Environment {
     testing::writeFile(handler, "#!/bin/sh\nprintf '%s\\n' \"$1\" > '" + pipePath() + "'\n");
     ::chmod(handler.c_str(), 0700);
     ::mkfifo(pipePath().c_str(), 0600);
+    std::string types;
+    std::string defaults = "[Default Applications]\n";
+    for (const char* scheme : kHandledSchemes) {
+      types += std::string("x-scheme-handler/") + scheme + ";";
+      defaults += std::string("x-scheme-handler/") + scheme + "=orvanta-test-handler.desktop\n";
+    }
     testing::writeFile(dir.file("data/applications/orvanta-test-handler.desktop"),
-                       "[Desktop Entry]\n"
-                       "Type=Application\n"
-                       "Name=Orvanta test handler\n"
-                       "Exec=" +
-                           handler +
-                           " %u\n"
-                           "MimeType=x-scheme-handler/" +
-                           std::string(kHandledScheme) +
-                           ";\n"
-                           "NoDisplay=true\n");
-    testing::writeFile(dir.file("config/mimeapps.list"),
-                       "[Default Applications]\n"
-                       "x-scheme-handler/" +
-                           std::string(kHandledScheme) + "=orvanta-test-handler.desktop\n");
+                       "[Desktop Entry]\nType=Application\nName=Orvanta test handler\nExec=" +
+                           handler + " %u\nMimeType=" + types + "\nNoDisplay=true\n");
+    testing::writeFile(dir.file("config/mimeapps.list"), defaults);
+    testing::writeFile(dir.file("system-data/applications/io.orvanta.Test.desktop"),
+                       "[Desktop Entry]\nType=Application\nName=Orvanta test\nExec=true %u\n"
+                       "MimeType=text/plain;X-Scheme-Handler/x-orvanta-app;\n");
   }
 
   void TearDown() override { folder().reset(); }
@@ -112,20 +117,25 @@ class FixedTokenTransport : public linux_platform::RemoteNotificationTransport {
   int unregistered = 0;
 };
 
-class GioApplicationTest : public testing::PlatformTest {};
+class GioApplicationTest : public testing::PlatformTest {
+ protected:
+  // The application object of an application whose own links are `schemes`.
+  std::shared_ptr<port::Application> application(std::vector<std::string> schemes) {
+    return linux_platform::makeGioApplication(platform()->mainQueue, nullptr, nullptr,
+                                              {.deepLinkSchemes = std::move(schemes)});
+  }
+};
 
 TEST_F(GioApplicationTest, OnlySchemesWithAHandlerCanBeOpened) {
-  auto application = linux_platform::makeGioApplication(platform()->mainQueue);
+  auto application = this->application({"x-orvanta-test", "x-orvanta-nobody"});
   EXPECT_TRUE(application->canOpenURL("x-orvanta-test://item/1"));
   EXPECT_FALSE(application->canOpenURL("x-orvanta-nobody://item/1"));
-  // The private desktop has no browser: the answer never depends on the machine.
-  EXPECT_FALSE(application->canOpenURL("https://example.com/"));
   EXPECT_FALSE(application->canOpenURL("no scheme at all"));
 }
 
 TEST_F(GioApplicationTest, OpenHandsTheUrlToItsHandlerAndLogsAFailure) {
   enableLogging();
-  auto application = linux_platform::makeGioApplication(platform()->mainQueue);
+  auto application = this->application({"x-orvanta-test", "x-orvanta-nobody"});
   const std::string url = "x-orvanta-test://item/42?x=1";
   application->open("x-orvanta-nobody://item/7");
   application->open(url);
@@ -166,6 +176,96 @@ TEST_F(GioApplicationTest, RegistrationOutcomesReachTheDelegateOnTheMainQueue) {
   delegate.reset();
   mainQueue().runUntilIdle();
   EXPECT_EQ(*calls, 2);
+}
+
+// --- A pushed URL ------------------------------------------------------------------------------
+// A push names the URL its actions open, and whoever can send a push chooses it: a "BROWSER"
+// action opens web pages only, a "DEEPLINK" one the application's own links, mail and telephone.
+
+TEST_F(GioApplicationTest, APushedUrlOpensOnlyAsWhatItsActionSays) {
+  using port::UrlTarget;
+  // The application lists "file" too: local and script schemes never open all the same.
+  auto application = this->application({"x-orvanta-test", "FILE"});
+  struct Case {
+    const char* url;
+    bool browser;
+    bool deepLink;
+  };
+  const std::vector<Case> cases = {
+      {"https://shop.example/sale?x=1", true, false}, {"http://shop.example/", true, false},
+      {"HTTPS://SHOP.EXAMPLE/", true, false},         {"https:///no-host", false, false},
+      {"x-orvanta-test://item/1", false, true},       {"X-Orvanta-Test:item", false, true},
+      {"mailto:shop@example.com", false, true},       {"tel:+4930123456", false, true},
+      {"x-orvanta-app://item/1", false, false},  // another application's
+      {"file:///etc/passwd", false, false},           {"javascript:alert(1)", false, false},
+      {"data:text/html,<h1>x</h1>", false, false},    {"ssh://evil.example/", false, false},
+      {"smb://evil.example/share", false, false},     {"no scheme at all", false, false},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.url);
+    EXPECT_EQ(application->canOpenURLAs(each.url, UrlTarget::browser), each.browser);
+    EXPECT_EQ(application->canOpenURLAs(each.url, UrlTarget::deepLink), each.deepLink);
+    EXPECT_EQ(application->canOpenURL(each.url), each.browser || each.deepLink);
+  }
+}
+
+TEST_F(GioApplicationTest, TheApplicationsOwnSchemesComeFromItsDesktopEntryByDefault) {
+  using port::UrlTarget;
+  auto withEntry = linux_platform::makeGioApplication(platform()->mainQueue, nullptr, nullptr,
+                                                      {.desktopEntry = "io.orvanta.Test"});
+  EXPECT_TRUE(withEntry->canOpenURLAs("x-orvanta-app://item/1", UrlTarget::deepLink));
+  EXPECT_FALSE(withEntry->canOpenURLAs("x-orvanta-test://item/1", UrlTarget::deepLink));
+  EXPECT_TRUE(withEntry->canOpenURLAs("mailto:shop@example.com", UrlTarget::deepLink));
+  for (const char* entry : {"", "io.orvanta.Absent", "../applications/io.orvanta.Test"}) {
+    SCOPED_TRACE(entry);
+    auto without = linux_platform::makeGioApplication(platform()->mainQueue, nullptr, nullptr,
+                                                      {.desktopEntry = entry});
+    EXPECT_FALSE(without->canOpenURLAs("x-orvanta-app://item/1", UrlTarget::deepLink));
+    EXPECT_TRUE(without->canOpenURLAs("tel:+4930123456", UrlTarget::deepLink));
+  }
+  // A list of the host's own replaces the entry's.
+  auto listed = linux_platform::makeGioApplication(
+      platform()->mainQueue, nullptr, nullptr,
+      {.deepLinkSchemes = std::vector<std::string>{}, .desktopEntry = "io.orvanta.Test"});
+  EXPECT_FALSE(listed->canOpenURLAs("x-orvanta-app://item/1", UrlTarget::deepLink));
+}
+
+TEST_F(GioApplicationTest, ARefusedActionLogsTheRequiredLineAndOpensNothing) {
+  enableLogging();
+  auto inApp = std::make_shared<OrvantaInAppInteraction::Impl>(
+      OrvantaInAppInteraction::Impl::Dependencies{.presenter = nullptr,
+                                                  .application = application({"x-orvanta-test"}),
+                                                  .mainQueue = platform()->mainQueue,
+                                                  .bundle = nullptr,
+                                                  .statusReporter = nullptr,
+                                                  .authData = nullptr});
+  auto action = [](const char* type, const char* url) {
+    return *OrvantaNotificationPayload::fromUserInfo(
+                {{"data",
+                  ValueMap{{"id", "p"}, {"action", ValueMap{{"type", type}, {"url", url}}}}}})
+                ->action;
+  };
+  const std::vector<std::pair<const char*, const char*>> refused = {
+      {"BROWSER", "file:///etc/passwd"},        {"BROWSER", "javascript:alert(1)"},
+      {"BROWSER", "mailto:shop@example.com"},   {"DEEPLINK", "ssh://evil.example/"},
+      {"DEEPLINK", "smb://evil.example/share"}, {"DEEPLINK", "https://shop.example/"},
+  };
+  for (const auto& [type, url] : refused) {
+    inApp->handleAction(action(type, url));
+  }
+  const auto lines = logSink().lines();
+  ASSERT_EQ(lines.size(), refused.size()) << ::testing::PrintToString(lines);
+  for (std::size_t i = 0; i < refused.size(); ++i) {
+    EXPECT_THAT(lines[i],
+                HasSubstr(std::string("Unable to openURL: ") + refused[i].second + " for type: " +
+                          (std::string(refused[i].first) == "BROWSER" ? "browser" : "deeplink")));
+  }
+  // What may open opens, and it is the first thing the handler ever saw from this test.
+  inApp->handleAction(action("DEEPLINK", "x-orvanta-test://item/9"));
+  EXPECT_EQ(readOpenedUrl(), "x-orvanta-test://item/9");
+  inApp->handleAction(action("BROWSER", "https://shop.example/sale"));
+  EXPECT_EQ(readOpenedUrl(), "https://shop.example/sale");
+  EXPECT_EQ(logSink().lines().size(), refused.size());
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The UnifiedPush connector against orvanta-distributor on a private bus: registration, the
-// calls it must ignore, the endpoint kept across a restart, and message bytes that are no push.
+// calls it must ignore, the distributor followed across its restarts, a stranger's calls refused,
+// the endpoint kept across a restart, and message bytes that are no push.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,10 +44,12 @@ class UnifiedPushConnectorTest : public testing::PlatformTest {
                                                      std::move(chosen));
   }
 
-  std::string token() const {
-    auto stored = platform()->secureStore->read(linux_platform::kUnifiedPushAccount);
-    return stored ? nlohmann::json::parse(*stored).value("token", "") : "";
+  std::string stored(const char* key) const {
+    auto record = platform()->secureStore->read(linux_platform::kUnifiedPushAccount);
+    return record ? nlohmann::json::parse(*record).value(key, "") : "";
   }
+  std::string token() const { return stored("token"); }
+  std::string storedEndpoint() const { return stored("endpoint"); }
 
   testing::PrivateSessionBus bus_;
 };
@@ -145,43 +148,106 @@ TEST_F(UnifiedPushConnectorTest, TheApplicationsNameHeldByAnotherProgramEndsTheR
               HasSubstr("Another program owns io.orvanta.Test on the session D-Bus"));
 }
 
-TEST_F(UnifiedPushConnectorTest, CallsWithAnotherTokenAndEndpointsThatAreNoUrlsAreIgnored) {
+TEST_F(UnifiedPushConnectorTest,
+       TheDistributorsCallsWithAnotherTokenAndEndpointsThatAreNoUrlsAreIgnored) {
   auto distributor = startDistributor();
   auto connector = makeConnector();
   const auto registered = connector->registerAndWait();
   ASSERT_TRUE(registered.endpoint);
   const std::string ours = token();
   const std::string valid = "http://127.0.0.1:1/up/moved";
-  auto endpoint = [](const std::string& token, const std::string& url) {
-    return g_variant_new("(ss)", token.c_str(), url.c_str());
-  };
-  auto message = [](const std::string& token, const std::string& body) {
-    return g_variant_new(
-        "(s@ays)", token.c_str(),
-        g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, body.data(), body.size(), 1), "m-1");
-  };
+  // The distributor restarts as a program that kept its registrations: the test's own, which the
+  // connector follows under the distributor's name.
+  const std::string name = distributor->busName();
+  distributor->stop();
+  testing::BusPeer restarted(bus_.address(), name);
+  ASSERT_TRUE(restarted.ready()) << restarted.failure();
+  using testing::endpointArguments;
+  using testing::messageArguments;
   // Each call returns once the connector has handled it.
   const std::string push = R"({"data": {"id": "p-1"}})";
-  ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint("other", valid)));
-  ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint("", valid)));
-  ASSERT_FALSE(testing::callConnector(bus_.address(), "Message", message("other", push)));
-  ASSERT_FALSE(testing::callConnector(bus_.address(), "Unregistered", g_variant_new("(s)", "x")));
+  ASSERT_FALSE(restarted.callConnector("NewEndpoint", endpointArguments("other", valid)));
+  ASSERT_FALSE(restarted.callConnector("NewEndpoint", endpointArguments("", valid)));
+  ASSERT_FALSE(restarted.callConnector("Message", messageArguments("other", push)));
+  ASSERT_FALSE(restarted.callConnector("Unregistered", g_variant_new("(s)", "x")));
   for (const char* notUrl :
        {"not a url", "/up/relative", "mailto:someone@example.com", "ftp://127.0.0.1/up", ""}) {
-    ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint(ours, notUrl)));
+    ASSERT_FALSE(restarted.callConnector("NewEndpoint", endpointArguments(ours, notUrl)));
   }
   EXPECT_EQ(connector->outcomes.items().size(), 1U);
   EXPECT_TRUE(connector->pushes.items().empty());
   EXPECT_EQ(logSink().linesContaining("sent an endpoint that is not a URL; ignored").size(), 5U);
   // A call that is not typed as the interface says never reaches the connector.
-  EXPECT_TRUE(testing::callConnector(bus_.address(), "NewEndpoint", g_variant_new("(s)", "x")));
+  EXPECT_TRUE(restarted.callConnector("NewEndpoint", g_variant_new("(s)", "x")));
 
   // With our token the same calls count: the endpoint moves, a push arrives.
-  ASSERT_FALSE(testing::callConnector(bus_.address(), "NewEndpoint", endpoint(ours, valid)));
-  ASSERT_FALSE(testing::callConnector(bus_.address(), "Message", message(ours, push)));
+  ASSERT_FALSE(restarted.callConnector("NewEndpoint", endpointArguments(ours, valid)));
+  ASSERT_FALSE(restarted.callConnector("Message", messageArguments(ours, push)));
   ASSERT_EQ(connector->outcomes.items().size(), 2U);
   EXPECT_EQ(connector->outcomes.items()[1].endpoint, valid);
   EXPECT_EQ(connector->pushes.items().size(), 1U);
+  EXPECT_TRUE(logSink().linesContaining("Ignored a").empty());
+}
+
+TEST_F(UnifiedPushConnectorTest, TheDistributorIsFollowedWhenItRestarts) {
+  auto distributor = startDistributor();
+  auto connector = makeConnector();
+  const auto first = connector->registerAndWait().endpoint.value_or("");
+  ASSERT_FALSE(first.empty());
+  // A new process under the same name knows the application once it registers again, and
+  // moves it to an endpoint of its own.
+  distributor->stop();
+  distributor = startDistributor();
+  EXPECT_EQ(connector->registerAndWait().endpoint, first);  // the kept endpoint answers at once
+  ASSERT_TRUE(connector->outcomes.waitFor(3));
+  const auto moved = connector->outcomes.items()[2].endpoint.value_or("");
+  EXPECT_THAT(moved, StartsWith(distributor->endpointBase()));
+  EXPECT_EQ(storedEndpoint(), moved);
+  EXPECT_EQ(testing::postTo(moved, R"({"data": {"id": "p-1"}})"), 201);
+  ASSERT_TRUE(connector->pushes.waitFor(1));
+  EXPECT_TRUE(logSink().linesContaining("Ignored a").empty());
+}
+
+// --- A stranger on the bus --------------------------------------------------------------------
+// Any program on the session bus can call the connector, and the connection token is no secret
+// (it travels in every message and lies in the key store's folder).
+
+TEST_F(UnifiedPushConnectorTest, AStrangersCallsAreRefusedAndChangeNothing) {
+  auto distributor = startDistributor();
+  auto connector = makeConnector();
+  const auto endpoint = connector->registerAndWait().endpoint.value_or("");
+  ASSERT_FALSE(endpoint.empty());
+  const std::string ours = token();
+  const std::string push = R"({"data": {"id": "forged", "action": {"type": "BROWSER"}}})";
+  // A program that owns no name, and one that owns another distributor's name.
+  testing::BusPeer stranger(bus_.address());
+  testing::BusPeer otherDistributor(bus_.address(), "org.unifiedpush.Distributor.other");
+  ASSERT_TRUE(otherDistributor.ready()) << otherDistributor.failure();
+  for (auto* peer : {&stranger, &otherDistributor}) {
+    EXPECT_THAT(peer->callConnector("Message", testing::messageArguments(ours, push)).value_or(""),
+                HasSubstr("AccessDenied"));
+    EXPECT_THAT(peer->callConnector("NewEndpoint", testing::endpointArguments(
+                                                       ours, "https://attacker.example/collect"))
+                    .value_or(""),
+                HasSubstr("AccessDenied"));
+    EXPECT_THAT(
+        peer->callConnector("Unregistered", g_variant_new("(s)", ours.c_str())).value_or(""),
+        HasSubstr("AccessDenied"));
+  }
+  // Nothing shown, no new token reported, the endpoint kept.
+  EXPECT_TRUE(connector->pushes.items().empty());
+  EXPECT_EQ(connector->outcomes.items().size(), 1U);
+  EXPECT_EQ(storedEndpoint(), endpoint);
+  const auto warnings = logSink().linesContaining("call on the push connector from :");
+  ASSERT_EQ(warnings.size(), 6U);
+  EXPECT_THAT(warnings[1], HasSubstr("Ignored a NewEndpoint call on the push connector from :"));
+  EXPECT_THAT(warnings[1],
+              HasSubstr("it is not the push distributor org.unifiedpush.Distributor.orvanta"));
+
+  // The distributor's own calls still get through.
+  EXPECT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-1"}})"), 201);
+  ASSERT_TRUE(connector->pushes.waitFor(1));
+  EXPECT_EQ(connector->pushes.items()[0], (ValueMap{{"data", ValueMap{{"id", "p-1"}}}}));
 }
 
 TEST_F(UnifiedPushConnectorTest, TheEndpointSurvivesARestartOfTheApplication) {

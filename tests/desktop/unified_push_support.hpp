@@ -1,7 +1,7 @@
 #pragma once
 
 // Test support for remote pushes over UnifiedPush: a connector whose outcomes and pushes are
-// collected, calls on the bus as another program makes them, and POSTs to endpoints.
+// collected, calls on the bus as other programs make them, and POSTs to endpoints.
 
 #include <curl/curl.h>
 #include <gio/gio.h>
@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "linux/gio/gio_bus.hpp"
 #include "linux/gio/unified_push_connector.hpp"
 #include "testing/inbox.hpp"
 
@@ -37,50 +38,121 @@ inline std::string hex(const std::string& bytes) {
   return text;
 }
 
-/// Calls `method` of `interface` at `path` of `destination` and waits for the answer; the error
-/// text when it failed, none otherwise. A connector answers once it has handled the call, so what
-/// the call did is done when this returns.
-inline std::optional<std::string> callOnBus(const std::string& busAddress,
-                                            const std::string& destination, const char* path,
-                                            const char* interface, const char* method,
-                                            GVariant* parameters) {
-  GError* error = nullptr;
-  GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
-      busAddress.c_str(),
-      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, nullptr, &error);
-  if (connection == nullptr) {
-    std::string why = error->message;
-    g_error_free(error);
-    g_variant_unref(g_variant_ref_sink(parameters));
-    return why;
+/// A program of the test's own on the bus: one connection, owning `name` when one is given (as a
+/// distributor owns its name), that calls methods and waits for their answers.
+class BusPeer {
+ public:
+  explicit BusPeer(const std::string& busAddress, const std::string& name = {}) {
+    GError* error = nullptr;
+    connection_ = g_dbus_connection_new_for_address_sync(
+        busAddress.c_str(),
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, &error);
+    if (connection_ == nullptr) {
+      failure_ = error->message;
+      g_error_free(error);
+      return;
+    }
+    if (!name.empty()) {
+      // DO_NOT_QUEUE (4): the name is ours (1) or the peer is not ready.
+      if (auto answer =
+              call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                   "RequestName", g_variant_new("(su)", name.c_str(), 4u), "(u)");
+          answer.failure || answer.number != 1) {
+        failure_ = "could not take " + name + " " + answer.failure.value_or("");
+      }
+    }
   }
-  GVariant* reply = g_dbus_connection_call_sync(connection, destination.c_str(), path, interface,
-                                                method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE,
-                                                20'000, nullptr, &error);
-  std::optional<std::string> failure;
-  if (reply == nullptr) {
-    failure = error->message;
-    g_error_free(error);
-  } else {
-    g_variant_unref(reply);
+  ~BusPeer() {
+    if (connection_ != nullptr) {
+      g_dbus_connection_close_sync(connection_, nullptr, nullptr);
+      g_object_unref(connection_);
+    }
   }
-  g_dbus_connection_close_sync(connection, nullptr, nullptr);
-  g_object_unref(connection);
-  return failure;
-}
+  BusPeer(const BusPeer&) = delete;
+  BusPeer& operator=(const BusPeer&) = delete;
 
-/// A call on the connector of `kTestApplicationId`, as a distributor makes it.
+  bool ready() const { return failure_.empty(); }
+  const std::string& failure() const { return failure_; }
+
+  struct Answer {
+    std::optional<std::string> failure;  // the error's text
+    guint32 number = 0;                  // a "(u)" answer's number
+  };
+  /// Calls `method` and waits for the answer. `parameters` may be floating. `reply`, when given,
+  /// gets the answer (the caller releases it), or null.
+  Answer call(const std::string& destination, const char* path, const char* interface,
+              const char* method, GVariant* parameters, const char* replyType = nullptr,
+              GVariant** reply = nullptr) {
+    Answer answer;
+    if (connection_ == nullptr) {
+      g_variant_unref(g_variant_ref_sink(parameters));
+      answer.failure = failure_;
+      if (reply != nullptr) {
+        *reply = nullptr;
+      }
+      return answer;
+    }
+    GError* error = nullptr;
+    GVariant* answered = g_dbus_connection_call_sync(
+        connection_, destination.c_str(), path, interface, method, parameters,
+        replyType != nullptr ? linux_platform::variantType(replyType) : nullptr,
+        G_DBUS_CALL_FLAGS_NONE, 20'000, nullptr, &error);
+    if (answered == nullptr) {
+      answer.failure = error->message;
+      g_error_free(error);
+    } else if (g_variant_is_of_type(answered, linux_platform::variantType("(u)"))) {
+      g_variant_get(answered, "(u)", &answer.number);
+    }
+    if (reply != nullptr) {
+      *reply = answered;
+    } else if (answered != nullptr) {
+      g_variant_unref(answered);
+    }
+    return answer;
+  }
+
+  /// A call on the connector of `kTestApplicationId`, as a distributor makes it: the error text
+  /// when it failed, none otherwise. A connector answers once it has dealt with the call, so what
+  /// the call did is done when this returns.
+  std::optional<std::string> callConnector(const char* method, GVariant* parameters) {
+    return call(kTestApplicationId, "/org/unifiedpush/Connector", "org.unifiedpush.Connector1",
+                method, parameters)
+        .failure;
+  }
+
+ private:
+  GDBusConnection* connection_ = nullptr;
+  std::string failure_;
+};
+
+/// A call on the connector from a program of its own that owns no name: a stranger on the bus.
 inline std::optional<std::string> callConnector(const std::string& busAddress, const char* method,
                                                 GVariant* parameters) {
-  return callOnBus(busAddress, kTestApplicationId, "/org/unifiedpush/Connector",
-                   "org.unifiedpush.Connector1", method, parameters);
+  return BusPeer(busAddress).callConnector(method, parameters);
 }
 
-/// POSTs `body` to `url`; the answer's status, 0 without one.
-inline long postTo(const std::string& url, const std::string& body) {
+/// The arguments of the connector's calls.
+inline GVariant* endpointArguments(const std::string& token, const std::string& url) {
+  return g_variant_new("(ss)", token.c_str(), url.c_str());
+}
+inline GVariant* messageArguments(const std::string& token, const std::string& body) {
+  return g_variant_new("(s@ays)", token.c_str(),
+                       g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, body.data(), body.size(), 1),
+                       "m-1");
+}
+
+/// POSTs `body` to `url` with `headers` ("Name: value") besides curl's own; the answer's status,
+/// 0 without one.
+inline long postTo(const std::string& url, const std::string& body,
+                   const std::vector<std::string>& headers = {}) {
+  curl_slist* list = nullptr;
+  for (const auto& header : headers) {
+    list = curl_slist_append(list, header.c_str());
+  }
   CURL* easy = curl_easy_init();
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, list);
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.data());
   curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
@@ -94,6 +166,7 @@ inline long postTo(const std::string& url, const std::string& body) {
     curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
   }
   curl_easy_cleanup(easy);
+  curl_slist_free_all(list);
   return status;
 }
 

@@ -109,8 +109,9 @@ void destroyAllWindows() {
   for (auto* window : windows) {
     gtk_window_destroy(window);
   }
-  for (auto* window : windows) {
-    g_object_unref(window);
+  // Released newest first: a transient window lets go of its parent before the parent goes.
+  for (auto window = windows.rbegin(); window != windows.rend(); ++window) {
+    g_object_unref(*window);
   }
   while (g_main_context_iteration(nullptr, FALSE)) {
   }

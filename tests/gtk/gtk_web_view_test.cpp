@@ -2,8 +2,11 @@
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "gtk_test_support.hpp"
 #include "inapp/orvanta_web_view_controller.hpp"
@@ -45,6 +48,18 @@ testing::LoopbackResponse answer(const testing::LoopbackRequest& request) {
   } else if (request.path == "/details") {
     response.body = page("Offer details", "#26a269", "The small print",
                          "<p>The offer ends on Sunday at midnight.</p>");
+  } else if (request.path == "/escape") {
+    response.body = page("Escape attempts", "#c01c28", "This page tries to leave the web",
+                         "<p><a id=\"download\" href=\"/file.bin\" download>Download</a> "
+                         "<a id=\"window\" href=\"/details\" target=\"_blank\">A new "
+                         "window</a> <a id=\"file-window\" href=\"file:///etc/passwd\" "
+                         "target=\"_blank\">A window on a file</a></p>");
+  } else if (request.path == "/file.bin" || request.path == "/attachment") {
+    response.headers = {{"Content-Type", "text/plain"}};
+    if (request.path == "/attachment") {
+      response.headers.emplace_back("Content-Disposition", "attachment; filename=\"a.txt\"");
+    }
+    response.body = "secret";
   } else {
     response.status = 404;
   }
@@ -60,12 +75,45 @@ class GtkWebViewTest : public ::testing::Test {
     gtk_window_present(host_);
     ASSERT_TRUE(iterateUntil([&] { return gtk_widget_get_mapped(GTK_WIDGET(host_)); }));
   }
-  void TearDown() override { gtk_testing::destroyAllWindows(); }
+  void TearDown() override {
+    gtk_testing::destroyAllWindows();
+    if (messageHandler_ != 0) {
+      g_log_remove_handler("Orvanta", messageHandler_);
+    }
+  }
+
+  // Collects the adapter's messages from here on.
+  void collectMessages() {
+    messageHandler_ = g_log_set_handler(
+        "Orvanta", static_cast<GLogLevelFlags>(G_LOG_LEVEL_MASK),
+        [](const gchar*, GLogLevelFlags, const gchar* message, gpointer data) {
+          static_cast<std::vector<std::string>*>(data)->push_back(message);
+        },
+        &messages_);
+  }
+  bool said(const std::string& message) {
+    return iterateUntil(
+        [&] { return std::find(messages_.begin(), messages_.end(), message) != messages_.end(); });
+  }
+
+  // Presents the web view screen for `url`: its window and its WebKit view.
+  std::pair<GtkWindow*, WebKitWebView*> present(const std::string& url) {
+    presenter_.presentWebViewScreen(visibleScreenOfKeyWindow(presenter_),
+                                    std::make_shared<OrvantaWebViewController>(
+                                        url, OrvantaWebViewController::Dependencies{mainQueue_}),
+                                    true);
+    GtkWindow* window = gtk_testing::visibleToplevelNamed(kWebViewWindowName);
+    GtkWidget* view =
+        window ? gtk_testing::findByType(GTK_WIDGET(window), WEBKIT_TYPE_WEB_VIEW) : nullptr;
+    return {window, view ? WEBKIT_WEB_VIEW(view) : nullptr};
+  }
 
   GtkWindow* host_ = nullptr;
   std::shared_ptr<GtkMainQueue> mainQueue_ = std::make_shared<GtkMainQueue>();
   GtkPresenter presenter_;
   testing::LoopbackHttpServer server_{answer};
+  std::vector<std::string> messages_;
+  guint messageHandler_ = 0;
 };
 
 TEST_F(GtkWebViewTest, FollowsThePageAndItsHistoryAndClosesFromTheMainQueue) {
@@ -143,6 +191,99 @@ TEST_F(GtkWebViewTest, FollowsThePageAndItsHistoryAndClosesFromTheMainQueue) {
       [&] { return gtk_testing::visibleToplevelNamed(kWebViewWindowName) == nullptr; }));
   ASSERT_TRUE(iterateUntil([&] { return weakController.expired(); }));
   EXPECT_EQ(windowOf(visibleScreenOfKeyWindow(presenter_)), host_);
+}
+
+// --- A page in the web view -------------------------------------------------------------------
+// A push's WEBVIEW action names any URL, and the page it shows runs JavaScript: neither may reach
+// the user's files, other programs or the disk.
+
+TEST_F(GtkWebViewTest, APushedAddressThatIsNoWebPageIsNotLoaded) {
+  collectMessages();
+  for (const char* url : {"file:///etc/passwd", "javascript:alert(document.cookie)",
+                          "data:text/html,<h1>forged</h1>", "x-orvanta-test:item"}) {
+    SCOPED_TRACE(url);
+    auto [window, view] = present(url);
+    ASSERT_TRUE(window && view);
+    EXPECT_TRUE(said(std::string("The web view refused to open ") + url));
+    ASSERT_TRUE(
+        iterateUntil([&] { return std::string(gtk_window_get_title(window)) == "Not shown"; }));
+    EXPECT_EQ(std::string(webkit_web_view_get_uri(view)), "about:blank");
+    // The page that says so is drawn: its dark text shows up.
+    gtk_testing::Picture picture;
+    ASSERT_TRUE(iterateUntil([&] {
+      picture = gtk_testing::takePicture(window);
+      return !picture.empty() &&
+             picture.countNear(0x241f31, 0, 0, picture.width(), picture.height()) > 200;
+    }));
+    EXPECT_TRUE(picture.savePng(gtk_testing::artifactPath("web_view_refused.png")));
+    gtk_window_destroy(window);
+    ASSERT_TRUE(iterateUntil(
+        [&] { return gtk_testing::visibleToplevelNamed(kWebViewWindowName) == nullptr; }));
+  }
+}
+
+TEST_F(GtkWebViewTest, APageCannotLeaveTheWebNorOpenWindowsNorDownload) {
+  collectMessages();
+  auto [window, view] = present(server_.url("/escape"));
+  ASSERT_TRUE(window && view);
+  const std::string escape = server_.url("/escape");
+  auto at = [&view = view] { return std::string(webkit_web_view_get_uri(view)); };
+  ASSERT_TRUE(iterateUntil([&] {
+    return std::string(gtk_window_get_title(window)) == "Escape attempts" &&
+           !webkit_web_view_is_loading(view);
+  }));
+
+  // Pages need JavaScript; nothing else of the machine is theirs.
+  WebKitSettings* settings = webkit_web_view_get_settings(view);
+  EXPECT_TRUE(webkit_settings_get_enable_javascript(settings));
+  EXPECT_FALSE(webkit_settings_get_allow_file_access_from_file_urls(settings));
+  EXPECT_FALSE(webkit_settings_get_allow_universal_access_from_file_urls(settings));
+  EXPECT_FALSE(webkit_settings_get_enable_developer_extras(settings));
+  EXPECT_FALSE(webkit_settings_get_javascript_can_open_windows_automatically(settings));
+
+  // Each attempt is followed by a navigation the view refuses, run after it in the page: once
+  // that refusal is seen, the attempt was dealt with. A web page's ways to a file or a data: page
+  // are barred by WebKit itself before the view is asked (then nothing is said), and so is a
+  // window no click opened; every other way, by the view.
+  struct Escape {
+    const char* script;
+    std::string refusal;  // empty: WebKit refuses it first
+  };
+  const std::vector<Escape> escapes = {
+      {"location.href = 'file:///etc/passwd';", ""},
+      {"const f = document.createElement('iframe'); f.src = 'file:///etc/hostname';"
+       "document.body.appendChild(f);",
+       ""},
+      {"document.getElementById('file-window').click();", ""},
+      {"location.href = 'x-orvanta-test:item';", "to open x-orvanta-test:item"},
+      {"location.href = 'smb://evil.example/share';", "to open smb://evil.example/share"},
+      {"location.href = 'data:text/html,<h1>forged</h1>';", ""},
+      {"window.open('ssh://evil.example/');", ""},
+      {"location.href = '/attachment';", "to download " + server_.url("/attachment")},
+      {"document.getElementById('download').click();", "to download " + server_.url("/file.bin")},
+  };
+  for (std::size_t i = 0; i < escapes.size(); ++i) {
+    const auto& each = escapes[i];
+    SCOPED_TRACE(each.script);
+    const std::string sentinel = "x-orvanta-test:after-" + std::to_string(i);
+    gtk_testing::runJavaScript(GTK_WIDGET(view), each.script);
+    if (!each.refusal.empty()) {
+      EXPECT_TRUE(said("The web view refused " + each.refusal));
+    }
+    gtk_testing::runJavaScript(GTK_WIDGET(view), "location.href = '" + sentinel + "';");
+    EXPECT_TRUE(said("The web view refused to open " + sentinel));
+    EXPECT_EQ(at(), escape);
+  }
+  EXPECT_EQ(messages_.size(), 2 * escapes.size() - 5) << ::testing::PrintToString(messages_);
+  gtk_testing::Picture picture = gtk_testing::takePicture(window);
+  EXPECT_TRUE(picture.savePng(gtk_testing::artifactPath("web_view_escapes.png")));
+
+  // A page's new window is the same view.
+  gtk_testing::runJavaScript(GTK_WIDGET(view), "document.getElementById('window').click();");
+  ASSERT_TRUE(
+      iterateUntil([&] { return std::string(gtk_window_get_title(window)) == "Offer details"; }));
+  EXPECT_EQ(at(), server_.url("/details"));
+  EXPECT_EQ(gtk_testing::visibleToplevels().size(), 2u) << "the host and the web view only";
 }
 
 }  // namespace

@@ -20,6 +20,10 @@ class ORVANTA_API ApplicationDelegate {
   virtual void didFailToRegisterForRemoteNotifications(const Error& error) = 0;
 };
 
+/// What a push's action opens a URL as: a web page in the user's browser ("BROWSER"), or a link
+/// into an application ("DEEPLINK").
+enum class UrlTarget { browser, deepLink };
+
 /// The application object: registration for remote notifications and opening URLs.
 /// Registration calls are made on the main queue; the URL calls from any thread.
 class ORVANTA_API Application {
@@ -33,6 +37,13 @@ class ORVANTA_API Application {
 
   /// Whether some installed program handles this URL (its scheme).
   virtual bool canOpenURL(const std::string& url) = 0;
+  /// Whether a push's action may open `url` as `target`: the kit asks this before `open`. A
+  /// platform that confines what pushes open (the Linux one: see docs/push.md) answers from its
+  /// policy; by default, `canOpenURL(url)`.
+  virtual bool canOpenURLAs(const std::string& url, UrlTarget target) {
+    static_cast<void>(target);
+    return canOpenURL(url);
+  }
   /// Hands the URL to the program that handles it; nothing is reported back.
   virtual void open(const std::string& url) = 0;
 

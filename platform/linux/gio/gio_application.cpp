@@ -2,6 +2,8 @@
 
 #include <gio/gio.h>
 
+#include <algorithm>
+#include <cctype>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -11,6 +13,36 @@
 
 namespace orvanta::linux_platform {
 namespace {
+
+std::string lowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+// Schemes that reach the user's files, the desktop's own places or a script: no push opens them.
+bool isLocalOrScript(const std::string& scheme) {
+  static constexpr const char* kNever[] = {
+      "file",   "javascript",        "vbscript",    "data",     "blob",
+      "about",  "filesystem",        "view-source", "resource", "trash",
+      "recent", "computer",          "network",     "admin",    "archive",
+      "burn",   "x-nautilus-desktop"};
+  return std::find(std::begin(kNever), std::end(kNever), scheme) != std::end(kNever);
+}
+
+bool hasDefaultHandler(const std::string& url) {
+  gchar* scheme = g_uri_parse_scheme(url.c_str());
+  if (scheme == nullptr) {
+    return false;
+  }
+  GAppInfo* handler = g_app_info_get_default_for_uri_scheme(scheme);
+  g_free(scheme);
+  if (handler == nullptr) {
+    return false;
+  }
+  g_object_unref(handler);
+  return true;
+}
 
 class UnavailableTransport final : public RemoteNotificationTransport {
  public:
@@ -106,10 +138,11 @@ class GioApplication final : public port::Application, public RemotePushReceiver
  public:
   GioApplication(std::shared_ptr<port::MainQueue> mainQueue,
                  std::shared_ptr<RemoteNotificationTransport> transport,
-                 std::shared_ptr<RemotePushDelivery> delivery)
+                 std::shared_ptr<RemotePushDelivery> delivery, UrlOpeningOptions urls)
       : registration_(std::make_shared<Registration>(std::move(mainQueue))),
         transport_(transport ? std::move(transport) : makeUnavailableRemoteNotificationTransport()),
-        delivery_(std::move(delivery)) {}
+        delivery_(std::move(delivery)),
+        urls_(std::move(urls)) {}
 
   ~GioApplication() override {
     std::shared_ptr<UrlOpener> opener;
@@ -145,20 +178,19 @@ class GioApplication final : public port::Application, public RemotePushReceiver
   }
 
   bool canOpenURL(const std::string& url) override {
-    gchar* scheme = g_uri_parse_scheme(url.c_str());
-    if (scheme == nullptr) {
-      return false;
-    }
-    GAppInfo* handler = g_app_info_get_default_for_uri_scheme(scheme);
-    g_free(scheme);
-    if (handler == nullptr) {
-      return false;
-    }
-    g_object_unref(handler);
-    return true;
+    return allowedAsEither(url) && hasDefaultHandler(url);
+  }
+
+  bool canOpenURLAs(const std::string& url, port::UrlTarget target) override {
+    return urlAllowed(url, target, deepLinkSchemes()) && hasDefaultHandler(url);
   }
 
   void open(const std::string& url) override {
+    if (!allowedAsEither(url)) {
+      OrvantaLogger::error("Refused to open " + url +
+                           ": neither a web page nor a link this application handles");
+      return;
+    }
     std::shared_ptr<UrlOpener> opener;
     {
       std::lock_guard lock(openerMutex_);
@@ -178,14 +210,86 @@ class GioApplication final : public port::Application, public RemotePushReceiver
   std::shared_ptr<RemotePushDelivery> remotePushDelivery() const override { return delivery_; }
 
  private:
+  bool allowedAsEither(const std::string& url) {
+    return urlAllowed(url, port::UrlTarget::browser, {}) ||
+           urlAllowed(url, port::UrlTarget::deepLink, deepLinkSchemes());
+  }
+
+  // The host's list, else the desktop entry's, read once.
+  const std::vector<std::string>& deepLinkSchemes() {
+    std::call_once(schemesRead_, [this] {
+      if (urls_.deepLinkSchemes) {
+        for (const auto& scheme : *urls_.deepLinkSchemes) {
+          schemes_.push_back(lowerCase(scheme));
+        }
+      } else {
+        schemes_ = desktopEntrySchemes(urls_.desktopEntry);
+      }
+    });
+    return schemes_;
+  }
+
   std::shared_ptr<Registration> registration_;
   std::shared_ptr<RemoteNotificationTransport> transport_;
   std::shared_ptr<RemotePushDelivery> delivery_;
   std::mutex openerMutex_;
   std::shared_ptr<UrlOpener> opener_;
+  const UrlOpeningOptions urls_;
+  std::once_flag schemesRead_;
+  std::vector<std::string> schemes_;  // set once, under schemesRead_
 };
 
 }  // namespace
+
+bool urlAllowed(const std::string& url, port::UrlTarget target,
+                const std::vector<std::string>& deepLinkSchemes) {
+  GUri* uri = g_uri_parse(url.c_str(), G_URI_FLAGS_NONE, nullptr);
+  if (uri == nullptr) {
+    return false;
+  }
+  const std::string scheme = lowerCase(g_uri_get_scheme(uri));
+  const char* host = g_uri_get_host(uri);
+  const bool hasHost = host != nullptr && host[0] != '\0';
+  g_uri_unref(uri);
+  if (isLocalOrScript(scheme)) {
+    return false;
+  }
+  if (target == port::UrlTarget::browser) {
+    return (scheme == "http" || scheme == "https") && hasHost;
+  }
+  return scheme == "mailto" || scheme == "tel" ||
+         std::find(deepLinkSchemes.begin(), deepLinkSchemes.end(), scheme) != deepLinkSchemes.end();
+}
+
+std::vector<std::string> desktopEntrySchemes(const std::string& name) {
+  std::vector<std::string> schemes;
+  if (name.empty() || name.find('/') != std::string::npos) {
+    return schemes;
+  }
+  // The data folders in the order that decides which entry counts: the user's first.
+  std::vector<const gchar*> folders{g_get_user_data_dir()};
+  for (const gchar* const* folder = g_get_system_data_dirs(); *folder != nullptr; ++folder) {
+    folders.push_back(*folder);
+  }
+  folders.push_back(nullptr);
+  GKeyFile* entry = g_key_file_new();
+  const std::string file = "applications/" + name + ".desktop";
+  if (g_key_file_load_from_dirs(entry, file.c_str(), folders.data(), nullptr, G_KEY_FILE_NONE,
+                                nullptr)) {
+    gchar** types =
+        g_key_file_get_string_list(entry, "Desktop Entry", "MimeType", nullptr, nullptr);
+    constexpr std::string_view kHandler = "x-scheme-handler/";
+    for (gchar** type = types; type != nullptr && *type != nullptr; ++type) {
+      const std::string text = lowerCase(*type);
+      if (text.size() > kHandler.size() && text.compare(0, kHandler.size(), kHandler) == 0) {
+        schemes.push_back(text.substr(kHandler.size()));
+      }
+    }
+    g_strfreev(types);
+  }
+  g_key_file_free(entry);
+  return schemes;
+}
 
 std::shared_ptr<RemoteNotificationTransport> makeUnavailableRemoteNotificationTransport() {
   return std::make_shared<UnavailableTransport>();
@@ -194,9 +298,9 @@ std::shared_ptr<RemoteNotificationTransport> makeUnavailableRemoteNotificationTr
 std::shared_ptr<port::Application> makeGioApplication(
     std::shared_ptr<port::MainQueue> mainQueue,
     std::shared_ptr<RemoteNotificationTransport> transport,
-    std::shared_ptr<RemotePushDelivery> delivery) {
+    std::shared_ptr<RemotePushDelivery> delivery, UrlOpeningOptions urls) {
   return std::make_shared<GioApplication>(std::move(mainQueue), std::move(transport),
-                                          std::move(delivery));
+                                          std::move(delivery), std::move(urls));
 }
 
 }  // namespace orvanta::linux_platform

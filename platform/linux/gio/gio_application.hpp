@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "linux/remote_push_delivery.hpp"
@@ -32,24 +34,47 @@ class RemoteNotificationTransport {
 /// available on this desktop yet"; unregistering does nothing.
 std::shared_ptr<RemoteNotificationTransport> makeUnavailableRemoteNotificationTransport();
 
+/// Which URLs a push's action may open on this desktop.
+struct UrlOpeningOptions {
+  /// The application's own URL schemes ("myapp"), opened as deep links. None: the
+  /// "x-scheme-handler/<scheme>" types of the desktop entry below.
+  std::optional<std::vector<std::string>> deepLinkSchemes{};
+  /// The application's desktop entry, its file name without ".desktop", looked up in
+  /// "applications/" of the XDG data folders; empty: none.
+  std::string desktopEntry{};
+};
+
+/// Whether a push's action may open `url` as `target`, whatever programs are installed: as a web
+/// page, http and https with a host; as a deep link, the schemes of `deepLinkSchemes` (lower
+/// case), "mailto" and "tel". Local and script schemes ("file", "javascript", "data", "about",
+/// the desktop's own "trash", "admin"...) never, even when listed. Any thread.
+bool urlAllowed(const std::string& url, port::UrlTarget target,
+                const std::vector<std::string>& deepLinkSchemes);
+
+/// The schemes of the "x-scheme-handler/<scheme>" types of the desktop entry `name` (lower case);
+/// none when there is no such entry. Any thread.
+std::vector<std::string> desktopEntrySchemes(const std::string& name);
+
 /// The application object of a Linux desktop.
 ///
 /// - `registerForRemoteNotifications` / `unregisterForRemoteNotifications` (main queue) go to
 ///   `transport` (null: `makeUnavailableRemoteNotificationTransport()`). The outcome reaches the
 ///   delegate on `mainQueue`, always after the call returned, if the application and the delegate
 ///   (held weakly) still exist then.
-/// - `canOpenURL` (any thread): true when the desktop has a default handler for the URL's scheme
-///   (GIO's application database: "x-scheme-handler/<scheme>", http and https included).
-/// - `open` (any thread): hands the URL to that handler without waiting. The launch runs on a
-///   thread the application owns, "orvanta-gio", started on first use; a launch that fails is
-///   logged once at error level. Destroying the application cancels launches under way and joins
-///   the thread.
+/// - `canOpenURLAs` (any thread): true when `urlAllowed` lets the URL through as that target (the
+///   deep-link schemes of `urls`, the desktop entry's read on first use) and the desktop has a
+///   default handler for its scheme (GIO's application database: "x-scheme-handler/<scheme>",
+///   http and https included). `canOpenURL`: true when it may be opened as either target.
+/// - `open` (any thread): hands the URL to that handler without waiting, when it may be opened as
+///   either target (else one error line, and nothing). The launch runs on a thread the
+///   application owns, "orvanta-gio", started on first use; a launch that fails is logged once at
+///   error level. Destroying the application cancels launches under way and joins the thread.
 /// - `delivery` (may be null): how the transport's pushes are shown; the application is a
 ///   `RemotePushReceiver` that hands it out, so pushes a host receives itself
 ///   (`deliverRemoteNotification`) take the same way.
 std::shared_ptr<port::Application> makeGioApplication(
     std::shared_ptr<port::MainQueue> mainQueue,
     std::shared_ptr<RemoteNotificationTransport> transport = nullptr,
-    std::shared_ptr<RemotePushDelivery> delivery = nullptr);
+    std::shared_ptr<RemotePushDelivery> delivery = nullptr, UrlOpeningOptions urls = {});
 
 }  // namespace orvanta::linux_platform

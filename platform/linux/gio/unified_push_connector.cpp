@@ -15,6 +15,7 @@
 
 #include "core/logger.hpp"
 #include "core/uuid.hpp"
+#include "linux/gio/distributor_watch.hpp"
 #include "linux/gio/gio_bus.hpp"
 #include "linux/gio/glib_loop_thread.hpp"
 #include "models/url.hpp"
@@ -113,7 +114,8 @@ class Core : public std::enable_shared_from_this<Core> {
 
   void shutdown() {
     auto self = shared_from_this();
-    loop_.stop([self] { self->closeOnLoop(); }, [self] { return self->bus_.settled(); });
+    loop_.stop([self] { self->closeOnLoop(); },
+               [self] { return self->bus_.settled() && self->watch_.settled(); });
   }
 
  private:
@@ -149,6 +151,9 @@ class Core : public std::enable_shared_from_this<Core> {
   void fail(const std::string& why) {
     endRegistration();
     record_ = saved_;
+    if (connection_ != nullptr) {
+      watch_.watch(connection_, record_.distributor);
+    }
     auto waiters = std::exchange(waiters_, {});
     for (auto& [registered, failed] : waiters) {
       failed(failure(why));
@@ -238,6 +243,8 @@ class Core : public std::enable_shared_from_this<Core> {
       record_.endpoint.clear();
       lastReported_.clear();
     }
+    // Before Register goes out: the distributor's NewEndpoint may come before its answer.
+    watch_.watch(connection_, chosen);
     registerWith(attempt, chosen);
   }
 
@@ -364,11 +371,17 @@ class Core : public std::enable_shared_from_this<Core> {
 
   // --- the connector's methods (loop thread) -----------------------------------------------
 
+  // Only the distributor's calls get through: see DistributorWatch.
   static void onMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                           const gchar* method, GVariant* parameters,
-                           GDBusMethodInvocation* invocation, gpointer data) {
+                           const gchar* method, GVariant*, GDBusMethodInvocation* invocation,
+                           gpointer data) {
     auto* core = static_cast<Core*>(data);
-    const std::string name = method;
+    core->watch_.admit(invocation, [core, name = std::string(method)](GDBusMethodInvocation* call) {
+      core->handleCall(name, g_dbus_method_invocation_get_parameters(call));
+    });
+  }
+
+  void handleCall(const std::string& name, GVariant* parameters) {
     if (name == "Message") {
       const gchar* token = nullptr;
       const gchar* id = nullptr;
@@ -376,21 +389,18 @@ class Core : public std::enable_shared_from_this<Core> {
       g_variant_get(parameters, "(&s@ay&s)", &token, &bytes, &id);
       gsize size = 0;
       const auto* content = static_cast<const char*>(g_variant_get_fixed_array(bytes, &size, 1));
-      core->message(token, std::string_view(content != nullptr ? content : "", size));
+      message(token, std::string_view(content != nullptr ? content : "", size));
       g_variant_unref(bytes);
     } else if (name == "NewEndpoint") {
       const gchar* token = nullptr;
       const gchar* endpoint = nullptr;
       g_variant_get(parameters, "(&s&s)", &token, &endpoint);
-      core->newEndpoint(token, endpoint);
+      newEndpoint(token, endpoint);
     } else if (name == "Unregistered") {
       const gchar* token = nullptr;
       g_variant_get(parameters, "(&s)", &token);
-      core->unregistered(token);
+      unregistered(token);
     }
-    // Nobody waits for an answer; one goes out all the same when the caller asked for it. Last:
-    // the invocation owns `parameters`.
-    g_dbus_method_invocation_return_value(invocation, nullptr);
   }
 
   bool ours(const std::string& token) const { return !token.empty() && token == record_.token; }
@@ -539,6 +549,8 @@ class Core : public std::enable_shared_from_this<Core> {
              dropConnection();
              return fail(why);
            }
+           // A restarted application hears its distributor before it registers again.
+           watch_.watch(connection_, record_.distributor);
            if (auto ready = std::exchange(connected_, nullptr)) {
              ready();
            }
@@ -557,6 +569,7 @@ class Core : public std::enable_shared_from_this<Core> {
     if (connection_ == nullptr) {
       return;
     }
+    watch_.stop();
     g_dbus_connection_unregister_object(connection_, object_);
     object_ = 0;
     g_signal_handler_disconnect(connection_, closedHandler_);
@@ -584,6 +597,7 @@ class Core : public std::enable_shared_from_this<Core> {
 
   // Loop thread only.
   BusCalls bus_;
+  DistributorWatch watch_{bus_};  // who may call the connector
   GDBusConnection* connection_ = nullptr;
   guint object_ = 0;
   gulong closedHandler_ = 0;

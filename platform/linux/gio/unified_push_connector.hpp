@@ -58,6 +58,11 @@ struct UnifiedPushConnectorOptions {
 /// program or no bus make it fail with an error that says why. A later NewEndpoint with another
 /// URL calls `registered` again with it.
 ///
+/// Only the distributor may call the connector: a call whose sender is not the program that owns
+/// the distributor's name now (followed as the distributor restarts) is answered AccessDenied and
+/// changes nothing, with one warning line. The distributor is the one chosen by the registration
+/// under way, else the one kept from the last registration.
+///
 /// The connection token is a random UUID kept in `store` with the distributor and the endpoint,
 /// so a restarted application keeps its endpoint. Calls with another token are ignored, as is a
 /// NewEndpoint whose endpoint is not an http(s) URL (logged). Unregistered forgets the endpoint.

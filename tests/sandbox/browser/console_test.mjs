@@ -58,6 +58,7 @@ async function step(name, body) {
 }
 
 let failed = false;
+let userId = '';  // of the device the kit registers
 try {
   await step('the sandbox prints where its console is', async () => {
     assert.match(sandbox.consoleUrl, /^http:\/\/127\.0\.0\.1:\d+\/_sandbox\/$/);
@@ -86,7 +87,8 @@ try {
     await card.waitFor();
     assert.match(await card.textContent(), new RegExp(device.user_id));
     assert.match(await card.textContent(), /registered 1×/);
-    await page.locator(`#push-device option[value="${TOKEN}"]`).waitFor({ state: 'attached' });
+    await page.locator(`#push-device option[value="${device.user_id}"]`).waitFor({ state: 'attached' });
+    userId = device.user_id;
   });
 
   await step('the events the kit tracks appear with their typed parameters', async () => {
@@ -118,7 +120,7 @@ try {
   });
 
   await step('a push composed on the page is sent to the device', async () => {
-    await page.selectOption('#push-device', TOKEN);
+    await page.selectOption('#push-device', userId);
     await page.fill('#push-id', 'console-push-1');
     await page.fill('#push-title', 'Flash sale');
     await page.fill('#push-body', 'Two hours only: everything at half price.');

@@ -21,6 +21,11 @@ constexpr const char* kConnectorPath = "/org/unifiedpush/Connector";
 constexpr const char* kConnectorInterface = "org.unifiedpush.Connector1";
 constexpr std::string_view kEndpointPath = "/up/";
 
+// Connections served at once, and how long one may stay idle: a local program cannot hold them
+// all for long.
+constexpr unsigned kMaxConnections = 64;
+constexpr unsigned kIdleTimeoutSeconds = 10;
+
 constexpr const char* kSucceeded = "REGISTRATION_SUCCEEDED";
 constexpr const char* kFailed = "REGISTRATION_FAILED";
 
@@ -313,12 +318,15 @@ class Distributor::Impl {
     auto* self = static_cast<Impl*>(data);
     const std::string name = method;
     const bool version2 = std::string_view(interface) == "org.unifiedpush.Distributor2";
+    const gchar* caller = g_dbus_method_invocation_get_sender(invocation);
+    const std::string sender = caller != nullptr ? caller : "";
     if (name == "Register" && !version2) {
       const gchar* service = nullptr;
       const gchar* token = nullptr;
       const gchar* description = nullptr;
       g_variant_get(parameters, "(&s&s&s)", &service, &token, &description);
-      const auto outcome = self->registerApplication(service, token, description, std::nullopt, 1);
+      const auto outcome =
+          self->registerApplication(sender, service, token, description, std::nullopt, 1);
       g_dbus_method_invocation_return_value(
           invocation,
           g_variant_new("(ss)", outcome.succeeded ? kSucceeded : kFailed, outcome.reason.c_str()));
@@ -326,7 +334,7 @@ class Distributor::Impl {
     } else if (name == "Register") {
       GVariant* map = g_variant_get_child_value(parameters, 0);
       const auto outcome = self->registerApplication(
-          mapString(map, "service").value_or(""), mapString(map, "token").value_or(""),
+          sender, mapString(map, "service").value_or(""), mapString(map, "token").value_or(""),
           mapString(map, "description").value_or(""), mapString(map, "vapid"), 2);
       g_variant_unref(map);
       GVariantBuilder result;
@@ -349,8 +357,13 @@ class Distributor::Impl {
         g_variant_get(parameters, "(&s)", &text);
         token = text;
       }
+      if (!self->unregisterApplication(sender, token)) {
+        g_dbus_method_invocation_return_dbus_error(
+            invocation, "org.freedesktop.DBus.Error.AccessDenied",
+            "only the application that registered a token may unregister it");
+        return;
+      }
       g_dbus_method_invocation_return_value(invocation, nullptr);
-      self->unregisterApplication(token);
     } else {
       g_dbus_method_invocation_return_dbus_error(
           invocation, "org.freedesktop.DBus.Error.UnknownMethod", "unknown method");
@@ -365,9 +378,11 @@ class Distributor::Impl {
     std::string endpoint;
   };
 
-  Outcome registerApplication(const std::string& service, const std::string& token,
-                              const std::string& description, std::optional<std::string> vapid,
-                              int version) {
+  // `sender` (the caller's unique name) must own `service`: a program may register only itself,
+  // or it could have another application's messages sent to it.
+  Outcome registerApplication(const std::string& sender, const std::string& service,
+                              const std::string& token, const std::string& description,
+                              std::optional<std::string> vapid, int version) {
     Outcome outcome;
     outcome.service = service;
     outcome.token = token;
@@ -377,6 +392,8 @@ class Distributor::Impl {
       outcome.reason = "the service name is not a well-known bus name";
     } else if (token.empty()) {
       outcome.reason = "the token is empty";
+    } else if (sender.empty() || ownerOf(service) != sender) {
+      outcome.reason = "the caller does not own the service name " + service;
     }
     if (!outcome.reason.empty()) {
       {
@@ -426,7 +443,22 @@ class Distributor::Impl {
     }
   }
 
-  void unregisterApplication(const std::string& token) {
+  // False when the registration of `token` belongs to a service `sender` does not own.
+  bool unregisterApplication(const std::string& sender, const std::string& token) {
+    std::optional<std::string> service;
+    {
+      std::lock_guard lock(mutex_);
+      if (const Registration* found = find(token)) {
+        service = found->service;
+      }
+    }
+    if (!service) {
+      return true;
+    }
+    if (sender.empty() || ownerOf(*service) != sender) {
+      say("refused to unregister " + *service + ": the caller does not own the name");
+      return false;
+    }
     std::optional<Registration> removed;
     {
       std::lock_guard lock(mutex_);
@@ -439,11 +471,12 @@ class Distributor::Impl {
       }
     }
     if (!removed) {
-      return;
+      return true;
     }
     say("unregistered " + removed->service);
     callConnector(removed->service, "Unregistered", g_variant_new("(s)", token.c_str()));
     changed();
+    return true;
   }
 
   // A call on a connector that nobody waits for (the connector's methods have no answer). Any
@@ -474,11 +507,13 @@ class Distributor::Impl {
     address.sin_family = AF_INET;
     address.sin_port = htons(options_.port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    daemon_ = MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_AUTO, options_.port,
-                               nullptr, nullptr, &Impl::onAccess, this, MHD_OPTION_SOCK_ADDR,
-                               reinterpret_cast<const sockaddr*>(&address),
-                               MHD_OPTION_CONNECTION_TIMEOUT, 60U, MHD_OPTION_NOTIFY_COMPLETED,
-                               &Impl::onCompleted, this, MHD_OPTION_END);
+    // poll(), not epoll: it sees a client that closed its side while a request was incomplete,
+    // which the edge-triggered epoll of this libmicrohttpd misses until the idle time-out.
+    daemon_ = MHD_start_daemon(
+        MHD_USE_POLL_INTERNAL_THREAD, options_.port, nullptr, nullptr, &Impl::onAccess, this,
+        MHD_OPTION_SOCK_ADDR, reinterpret_cast<const sockaddr*>(&address),
+        MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+        kIdleTimeoutSeconds, MHD_OPTION_NOTIFY_COMPLETED, &Impl::onCompleted, this, MHD_OPTION_END);
     if (daemon_ == nullptr) {
       return "can't listen on 127.0.0.1:" + std::to_string(options_.port);
     }
@@ -505,10 +540,16 @@ class Distributor::Impl {
       *uploadDataSize = 0;
       return MHD_YES;
     }
-    const auto [status, text] = self->answer(url, method, *upload);
+    // Browsers name the page in "Origin" on every POST: a web page must not push to the desktop.
+    const bool fromWebPage =
+        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Origin") != nullptr;
+    const auto [status, text] =
+        fromWebPage ? self->refuseWebPage(url, method) : self->answer(url, method, *upload);
     MHD_Response* response = MHD_create_response_from_buffer(
         text.size(), const_cast<char*>(text.data()), MHD_RESPMEM_MUST_COPY);
     MHD_add_response_header(response, "Content-Type", "text/plain; charset=utf-8");
+    // One push a connection: none lingers waiting for a next request.
+    MHD_add_response_header(response, "Connection", "close");
     const MHD_Result result =
         MHD_queue_response(connection, static_cast<unsigned int>(status), response);
     MHD_destroy_response(response);
@@ -518,6 +559,12 @@ class Distributor::Impl {
   static void onCompleted(void*, MHD_Connection*, void** context, MHD_RequestTerminationCode) {
     delete static_cast<Upload*>(*context);
     *context = nullptr;
+  }
+
+  std::pair<int, std::string> refuseWebPage(const std::string_view path,
+                                            const std::string_view method) const {
+    say(std::string(method) + " " + std::string(path) + ": 403, sent by a web page");
+    return {403, "requests from web pages are refused\n"};
   }
 
   std::pair<int, std::string> answer(const std::string_view path, const std::string_view method,
@@ -549,7 +596,7 @@ class Distributor::Impl {
           " bytes for " + service);
       return {413, "the message is too large\n"};
     }
-    if (!hasOwner(service)) {
+    if (ownerOf(service).empty()) {
       say("no message for " + service + ": it is not on the bus");
       return {503, "the application is not running\n"};
     }
@@ -570,18 +617,20 @@ class Distributor::Impl {
     return {201, ""};
   }
 
-  bool hasOwner(const std::string& service) {
+  // The unique name of the program that owns `name` now; empty when none does. Any thread.
+  std::string ownerOf(const std::string& name) {
     GVariant* reply = g_dbus_connection_call_sync(
         connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "NameHasOwner", g_variant_new("(s)", service.c_str()), variantType("(b)"),
+        "GetNameOwner", g_variant_new("(s)", name.c_str()), variantType("(s)"),
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
     if (reply == nullptr) {
-      return false;
+      return {};
     }
-    gboolean owned = FALSE;
-    g_variant_get(reply, "(b)", &owned);
+    const gchar* owner = nullptr;
+    g_variant_get(reply, "(&s)", &owner);
+    std::string text = owner;
     g_variant_unref(reply);
-    return owned != FALSE;
+    return text;
   }
 
   const Options options_;

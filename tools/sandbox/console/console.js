@@ -386,6 +386,8 @@
     ]);
   }
 
+  // Devices are chosen by user id: the sandbox sends to the device's current token, which it shows
+  // masked when it is a push endpoint.
   function updateDeviceChoices(devices) {
     const select = $('push-device');
     const withToken = devices.filter((device) => device.registration_id);
@@ -395,11 +397,11 @@
     const chosen = select.value;
     replaceChildren(select, withToken.length
       ? withToken.map((device) => el('option', {
-        value: device.registration_id,
-        text: `${device.user_id} · token ${device.registration_id.slice(0, 12)}…`,
+        value: device.user_id,
+        text: `${device.user_id} · token ${shortTokenText(device.registration_id)}`,
       }))
       : [el('option', { value: '', text: 'No device with a push token yet' })]);
-    if (withToken.some((device) => device.registration_id === chosen)) select.value = chosen;
+    if (withToken.some((device) => device.user_id === chosen)) select.value = chosen;
     select.disabled = withToken.length === 0;
     $('push-send').disabled = withToken.length === 0;
     $('push-set-last').disabled = withToken.length === 0;
@@ -557,14 +559,13 @@
     return action;
   }
 
-  // The payload as the service sends it; the sandbox keeps its "data" object as the last push.
+  // The payload as the service sends it; the sandbox keeps its "data" object as the last push, and
+  // puts the device's token in it as "registration_id".
   function buildPayload() {
-    const token = $('push-device').value;
     const data = { id: $('push-id').value.trim() };
     const title = $('push-title').value;
     const body = $('push-body').value;
     const image = $('push-image').value.trim();
-    if (token) data.registration_id = token;
     if (title) data.title = title;
     if (body) data.body = body;
     if (image) data.image = image;
@@ -622,14 +623,14 @@
       output.textContent = `Not sent: ${problem}.`;
       return;
     }
-    const token = $('push-device').value;
+    const user = $('push-device').value;
     const payload = buildPayload();
-    const path = `${setOnly ? 'last_push' : 'send'}/${encodeURIComponent(token)}`;
+    const path = `${setOnly ? 'last_push' : 'send'}/${encodeURIComponent(user)}`;
     act(output, () => api(setOnly ? 'PUT' : 'POST', path, payload), (answer) => {
       pushNumber += 1;
       $('push-id').value = nextPushId();
       updatePreview();
-      if (setOnly) return `Push ${payload.data.id} is now the last push of ${shortTokenText(token)}.`;
+      if (setOnly) return `Push ${payload.data.id} is now the last push of ${user}.`;
       const outcome = { delivered: 'delivered', failed: 'not delivered', not_available: 'not sent' };
       if (answer.delivery.outcome === 'failed') output.classList.add('result-error');
       return `Push ${answer.push_id} set as the last push of ${shortTokenText(answer.token)}; ` +

@@ -17,6 +17,7 @@
 
 #include "console_assets.hpp"
 #include "contract.hpp"
+#include "guards.hpp"
 #include "push_delivery.hpp"
 
 namespace orvanta::sandbox {
@@ -38,6 +39,16 @@ constexpr long kDeliveryTimeoutMs = 10'000;
 // something at least this often so that a closed page frees its connection.
 constexpr auto kChangeInterval = std::chrono::milliseconds(100);
 constexpr auto kKeepAliveInterval = std::chrono::seconds(15);
+
+// Connections served at once (the kit makes at most 10 event posts at once and a few other
+// requests; the console a few more): one more is closed as soon as it is accepted.
+constexpr unsigned kMaxConnections = 64;
+// A connection that sends nothing for this long is closed, so idle ones cannot hold every place.
+// A request held by a fault's delay, and the console's change stream, are exempt while they last.
+constexpr unsigned kIdleTimeoutSeconds = 10;
+
+constexpr const char* kForeignHost =
+    "\"Host\" does not name this sandbox (127.0.0.1, localhost or [::1] with its port)";
 
 // Where a service path leads: the endpoint, the id it carries, and the method it takes.
 struct Route {
@@ -83,6 +94,12 @@ std::optional<Route> routeFor(std::string_view path) {
   return std::nullopt;
 }
 
+// JSON text of what the sandbox shows: what it received may be no UTF-8 (a path, a header, a body
+// it refused), and is shown with U+FFFD in place of the bytes that are not.
+std::string showable(const json& value) {
+  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 // What one request is answered.
 struct Answer {
   int status = 204;
@@ -97,7 +114,7 @@ struct Answer {
   static Answer error(int status, std::string reason) {
     Answer answer;
     answer.status = status;
-    answer.body = json{{"error", reason}}.dump();
+    answer.body = showable(json{{"error", reason}});
     answer.reason = std::move(reason);
     return answer;
   }
@@ -106,6 +123,7 @@ struct Answer {
 // One request on its way through the server, from its headers to its completion.
 struct Exchange {
   bool control = false;
+  bool ownHost = false;  // its "Host" names this server
   std::optional<Route> route;
   std::string method;
   std::string path;
@@ -171,8 +189,8 @@ class Sandbox::Impl {
         MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_AUTO,
         options_.port, nullptr, nullptr, &Impl::onAccess, this, MHD_OPTION_SOCK_ADDR,
         reinterpret_cast<const sockaddr*>(&address), MHD_OPTION_LISTEN_BACKLOG_SIZE, 1024U,
-        MHD_OPTION_CONNECTION_TIMEOUT, 120U, MHD_OPTION_NOTIFY_COMPLETED, &Impl::onCompleted, this,
-        MHD_OPTION_END);
+        MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+        kIdleTimeoutSeconds, MHD_OPTION_NOTIFY_COMPLETED, &Impl::onCompleted, this, MHD_OPTION_END);
     if (daemon_ == nullptr) {
       throw std::runtime_error("orvanta-sandbox: can't listen on 127.0.0.1:" +
                                std::to_string(options_.port));
@@ -206,6 +224,8 @@ class Sandbox::Impl {
       exchange = new Exchange;
       exchange->method = method;
       exchange->path = url;
+      exchange->ownHost = guards::isOwnHost(
+          MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Host"), self->port_);
       exchange->control =
           std::string_view(url).substr(0, kControlPrefix.size()) == kControlPrefix ||
           std::string_view(url) == kControlPrefix.substr(0, kControlPrefix.size() - 1);
@@ -220,8 +240,9 @@ class Sandbox::Impl {
       return MHD_YES;
     }
     if (*uploadDataSize != 0) {
-      const std::size_t limit =
-          exchange->route && exchange->route->endpoint == Endpoint::event ? kMaxEventBody : kMaxBody;
+      const std::size_t limit = exchange->route && exchange->route->endpoint == Endpoint::event
+                                    ? kMaxEventBody
+                                    : kMaxBody;
       if (exchange->body.size() + *uploadDataSize > limit) {
         exchange->tooLarge = true;
       } else {
@@ -285,10 +306,12 @@ class Sandbox::Impl {
 
     Answer answer;
     std::optional<Fault> fault;
-    if (exchange.route) {
+    if (exchange.route && exchange.ownHost) {
       fault = takeFault(exchange.route->endpoint);
     }
-    if (fault && fault->delay.count() > 0 && !waitUnlessStopped(fault->delay)) {
+    if (!exchange.ownHost) {
+      answer = refuse(Violation::Kind::routing, record, 403, kForeignHost);
+    } else if (fault && fault->delay.count() > 0 && !waitUnlessStopped(fault->delay, connection)) {
       answer.drop = true;
     } else if (fault && fault->drop) {
       answer.drop = true;
@@ -345,11 +368,13 @@ class Sandbox::Impl {
     const std::string_view what = endpointName(route.endpoint);
     json body;
     if (route.endpoint != Endpoint::lastPush && !request.body.empty()) {
-      body = json::parse(request.body, nullptr, false);
-      if (body.is_discarded()) {
+      std::string why;
+      auto parsed = guards::parseJson(request.body, &why);
+      if (!parsed) {
         return refuse(Violation::Kind::contract, request, 400,
-                      std::string(what) + ": the body is not JSON");
+                      std::string(what) + ": the body is " + why);
       }
+      body = std::move(*parsed);
     }
     const bool needsBody = route.endpoint == Endpoint::devices ||
                            route.endpoint == Endpoint::reports || route.endpoint == Endpoint::event;
@@ -509,6 +534,9 @@ class Sandbox::Impl {
   Answer control(Exchange& exchange, MHD_Connection* connection) {
     std::string_view path(exchange.path);
     const std::string& method = exchange.method;
+    if (!exchange.ownHost) {
+      return Answer::error(403, kForeignHost);
+    }
     if (path.size() < kControlPrefix.size()) {  // "/_sandbox": the console lives one level down
       Answer answer;
       answer.status = 308;
@@ -529,14 +557,21 @@ class Sandbox::Impl {
       // A page of another site must not drive the sandbox through the person's browser.
       return Answer::error(403, "control requests from another web page are refused");
     }
+    // What the control API shows never gives away the credentials or a device's push endpoint.
     const auto ok = [](json body) {
+      guards::maskSecrets(body);
       Answer answer;
       answer.status = 200;
-      answer.body = body.dump();
+      answer.body = showable(body);
       return answer;
+    };
+    const auto parsed = [&exchange](std::string* why) {
+      return guards::parseJson(exchange.body, why).value_or(json(json::value_t::discarded));
     };
     const auto badCount = [] { return Answer::error(400, "counts are non-negative integers"); };
     if (path == "changes" && method == "GET") {
+      // The stream writes at least every kKeepAliveInterval and ends when the page goes.
+      MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, 0U);
       Answer answer;
       answer.changeStream = true;
       return answer;
@@ -567,20 +602,13 @@ class Sandbox::Impl {
       if (method != "POST") {
         return Answer::error(405, "send takes POST");
       }
-      // A device's user id names its current token; anything else is a token itself.
-      std::string token(path.substr(sendPrefix.size()));
-      {
-        std::lock_guard lock(mutex_);
-        if (auto found = deviceIndex_.find(token); found != deviceIndex_.end()) {
-          if (const auto& registered = devices_[found->second].registrationId) {
-            token = *registered;
-          }
-        }
-      }
-      json push = json::parse(exchange.body, nullptr, false);
+      std::string why;
+      json push = parsed(&why);
+      const std::string token = addressee(path.substr(sendPrefix.size()), push);
       const std::string pushId = pushIdOf(push);
       if (pushId.empty()) {
-        return Answer::error(400, "a push is a JSON object whose \"data\" has a string \"id\"");
+        return Answer::error(400, "a push is a JSON object whose \"data\" has a string \"id\"" +
+                                      (why.empty() ? std::string() : " (this one is " + why + ")"));
       }
       const Delivery delivery = send(token, std::move(push));
       return ok({{"token", token},
@@ -591,15 +619,18 @@ class Sandbox::Impl {
     constexpr std::string_view lastPushPrefix = "last_push/";
     if (path.substr(0, lastPushPrefix.size()) == lastPushPrefix &&
         path.size() > lastPushPrefix.size()) {
-      const std::string token(path.substr(lastPushPrefix.size()));
+      std::string why;
+      json push = method == "DELETE" ? json() : parsed(&why);
+      const std::string token = addressee(path.substr(lastPushPrefix.size()), push);
       if (method == "DELETE") {
         clearLastPush(token);
         return Answer{};
       }
       if (method == "POST" || method == "PUT") {
-        json push = json::parse(exchange.body, nullptr, false);
         if (push.is_discarded() || !push.is_object()) {
-          return Answer::error(400, "a last push is a JSON object");
+          return Answer::error(400,
+                               "a last push is a JSON object" +
+                                   (why.empty() ? std::string() : " (this one is " + why + ")"));
         }
         setLastPush(token, std::move(push));
         return Answer{};
@@ -622,7 +653,7 @@ class Sandbox::Impl {
       }
       if (method == "POST" || method == "PUT") {
         std::string error;
-        const json object = json::parse(exchange.body, nullptr, false);
+        const json object = parsed(nullptr);
         auto fault = faultFromJson(object, &error);
         if (!fault) {
           return Answer::error(400, object.is_discarded() ? "a fault is a JSON object" : error);
@@ -644,6 +675,27 @@ class Sandbox::Impl {
     }
     const std::string port = ":" + std::to_string(port_);
     return origin == "http://127.0.0.1" + port || origin == "http://localhost" + port;
+  }
+
+  // The token a control path names: a device's user id stands for its current token, anything
+  // else is a token itself. A push sent by user id gets the token as its "registration_id" when
+  // it names none, as the service addresses a push to a device: the console knows devices by
+  // user id only, since the control API masks their tokens.
+  std::string addressee(std::string_view named, json& push) {
+    std::string token(named);
+    std::lock_guard lock(mutex_);
+    const auto found = deviceIndex_.find(token);
+    if (found == deviceIndex_.end() || !devices_[found->second].registrationId) {
+      return token;
+    }
+    token = *devices_[found->second].registrationId;
+    if (push.is_object()) {
+      json& data = push.contains("data") && push["data"].is_object() ? push["data"] : push;
+      if (!data.contains("registration_id")) {
+        data["registration_id"] = token;
+      }
+    }
+    return token;
   }
 
   // The push id of a whole payload or of its bare "data" object; empty when there is none.
@@ -777,13 +829,20 @@ class Sandbox::Impl {
     return fault;
   }
 
-  // Waits out a fault's delay, cut short when faults are cleared. False when the sandbox was
-  // stopped during the wait.
-  bool waitUnlessStopped(std::chrono::milliseconds delay) {
-    std::unique_lock lock(stopMutex_);
-    const std::uint64_t epoch = faultEpoch_;
-    stopCv_.wait_for(lock, delay, [&] { return stopping_ || faultEpoch_ != epoch; });
-    return !stopping_;
+  // Waits out a fault's delay, cut short when faults are cleared; the connection is not idle
+  // meanwhile. False when the sandbox was stopped during the wait.
+  bool waitUnlessStopped(std::chrono::milliseconds delay, MHD_Connection* connection) {
+    MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, 0U);
+    bool stopped = false;
+    {
+      std::unique_lock lock(stopMutex_);
+      const std::uint64_t epoch = faultEpoch_;
+      stopCv_.wait_for(lock, delay, [&] { return stopping_ || faultEpoch_ != epoch; });
+      stopped = stopping_;
+    }
+    // From no time-out to one, the connection's idle time starts afresh.
+    MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, kIdleTimeoutSeconds);
+    return !stopped;
   }
 
   // Lets the requests that wait out a delay go on.

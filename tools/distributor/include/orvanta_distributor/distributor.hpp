@@ -9,7 +9,9 @@
 // It owns a name "org.unifiedpush.Distributor.<something>" on a session bus and serves
 // org.unifiedpush.Distributor1 and org.unifiedpush.Distributor2 at /org/unifiedpush/Distributor.
 // Endpoints are http://127.0.0.1:<port>/up/<id>, served by the distributor itself. Registrations
-// live as long as the distributor. Every member may be called from any thread.
+// live as long as the distributor. A program registers (and unregisters) only under a bus name it
+// owns; a request from a web page (with "Origin") is refused. Every member may be called from any
+// thread.
 
 #include <chrono>
 #include <cstddef>

@@ -7,7 +7,8 @@
 //   // sandbox->devices(), events(), reports(), violations(), requests().
 //
 // Every member is safe to call from any thread. Requests are served on one thread per
-// connection, so a delayed answer never holds up another connection.
+// connection, so a delayed answer never holds up another connection; at most 64 connections at
+// once, and one idle for 10 s is closed. Only requests whose "Host" names the sandbox are served.
 
 #include <chrono>
 #include <cstddef>
@@ -89,8 +90,9 @@ class Sandbox {
   // in-flight maxima restart from the current counts, and the "epoch" of the state goes up by one.
   void reset();
 
-  // The state as JSON, as the control API serves it. `newest` keeps only that many of the
-  // newest reports, events and sent pushes (the totals are always given).
+  // The state as JSON, as the control API serves it but whole: the control API masks credentials
+  // and push endpoints in it (docs/sandbox.md). `newest` keeps only that many of the newest
+  // reports, events and sent pushes (the totals are always given).
   nlohmann::json stateJson(std::size_t newest = kAll) const;
   // The request log from sequence number `since` on (each entry has its "seq"; "next" is the one
   // to ask for next time), at most the `newest` of them.
