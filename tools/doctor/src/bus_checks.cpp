@@ -151,7 +151,7 @@ Verdict checkNotificationServer(Context& context) {
   }
   VariantPtr list(g_variant_get_child_value(capabilities.get(), 0));
   context.capabilities = strings(list.get());
-  nlohmann::json details{{"capabilities", *context.capabilities}};
+  nlohmann::ordered_json details{{"capabilities", *context.capabilities}};
   // Name and version, for the report: a server without them still shows notifications.
   std::string server = "a notification server";
   if (auto information = call(context, kNotifications, kNotificationsPath, kNotifications,
@@ -179,7 +179,8 @@ Verdict checkButtons(Context& context) {
   const auto& capabilities = *context.capabilities;
   const bool pictures =
       contains(capabilities, "body-images") || contains(capabilities, "icon-static");
-  nlohmann::json details{{"actions", contains(capabilities, "actions")}, {"pictures", pictures}};
+  nlohmann::ordered_json details{{"actions", contains(capabilities, "actions")},
+                                 {"pictures", pictures}};
   if (!contains(capabilities, "actions")) {
     return Verdict::fail(context.notificationServer +
                              " has no \"actions\" capability: pushes show without their buttons, "
@@ -209,7 +210,7 @@ Verdict checkDistributor(Context& context) {
   }
   std::sort(found.begin(), found.end());
   context.distributors = found;
-  nlohmann::json details{{"found", found}};
+  nlohmann::ordered_json details{{"found", found}};
   const std::string development =
       "install and start a UnifiedPush distributor (for development: "
       "orvanta-distributor)";
@@ -269,7 +270,7 @@ Verdict checkRegistration(Context& context) {
   if (!context.bus) {
     return Verdict::notChecked("no session D-Bus", "session D-Bus");
   }
-  nlohmann::json details{{"applicationId", applicationId}};
+  nlohmann::ordered_json details{{"applicationId", applicationId}};
   const std::string startApplication =
       "start the application: registerForPushNotifications registers it";
   if (!context.registration || context.registration->endpoint.empty() ||

@@ -276,7 +276,7 @@ Verdict checkConfiguration(Context& context) {
         {{"path", expected}});
   }
   const std::string& path = *found;
-  nlohmann::json details{{"path", path}};
+  nlohmann::ordered_json details{{"path", path}};
   std::string why;
   const auto contents = readFile(path, kMaxConfigurationBytes, why);
   if (!contents) {
@@ -364,7 +364,7 @@ Verdict checkFiles(Context& context) {
   std::vector<std::string> problems;
   std::vector<std::string> foreign;  // to chown
   std::vector<std::string> open;     // to chmod
-  nlohmann::json checked = nlohmann::json::array();
+  nlohmann::ordered_json checked = nlohmann::ordered_json::array();
   for (const Entry& entry : entries) {
     if (::stat(entry.path.c_str(), &info) != 0) {
       continue;
@@ -384,7 +384,7 @@ Verdict checkFiles(Context& context) {
       open.push_back(entry.path);
     }
   }
-  nlohmann::json details{{"checked", checked}, {"problems", problems}};
+  nlohmann::ordered_json details{{"checked", checked}, {"problems", problems}};
   if (problems.empty()) {
     return Verdict::pass(std::to_string(checked.size()) + " folders and files under " +
                              settings.dataDirectory + " and the preferences belong to " +
@@ -408,7 +408,7 @@ Verdict checkFiles(Context& context) {
 Verdict checkDatabase(Context& context) {
   const Settings& settings = context.settings;
   const std::string path = settings.dataDirectory + "/" + kDatabaseName;
-  nlohmann::json details{{"path", path}};
+  nlohmann::ordered_json details{{"path", path}};
   const std::string moveAside = "move it aside (mv " + path + " " + path +
                                 ".damaged) and start the application: it makes a new one (the "
                                 "events in this one are lost)";
@@ -488,7 +488,7 @@ Verdict checkDatabase(Context& context) {
 Verdict checkKeystore(Context& context) {
   const std::string& folder = context.settings.keystoreDirectory;
   context.keystoreRead = true;
-  nlohmann::json details{{"path", folder}};
+  nlohmann::ordered_json details{{"path", folder}};
   struct stat info {};
   if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
     return Verdict::fail(
@@ -498,7 +498,7 @@ Verdict checkKeystore(Context& context) {
         details);
   }
   std::vector<std::string> damaged;
-  nlohmann::json items = nlohmann::json::object();
+  nlohmann::ordered_json items = nlohmann::ordered_json::object();
   for (const char* account : {kUuidAccount, kDeviceAccount, kRegistrationAccount}) {
     // Items are files named after their account ("uuid.item"); one that is there but does not
     // read back (cut short, a wrong checksum) is damaged.
@@ -548,10 +548,10 @@ Verdict checkKeystore(Context& context) {
       stored.push_back(account);
     }
   }
-  return Verdict::pass(
-      folder + ": " +
-          (stored.empty() ? std::string("no items yet") : joined(stored, ", ") + " decode"),
-      details);
+  return Verdict::pass(folder + ": " +
+                           (stored.empty() ? std::string("no items yet")
+                                           : "items " + joined(stored, ", ") + " decode"),
+                       details);
 }
 
 Verdict checkPreferences(Context& context) {
@@ -560,7 +560,7 @@ Verdict checkPreferences(Context& context) {
     return Verdict::fail("no preferences file: neither XDG_CONFIG_HOME nor HOME is set",
                          "pass the file the application uses (--preferences)");
   }
-  nlohmann::json details{{"path", path}};
+  nlohmann::ordered_json details{{"path", path}};
   if (!exists(path)) {
     details["logging"] = false;
     return Verdict::pass("no " + path + " yet: logging is off, no push opened", details);
@@ -609,7 +609,8 @@ Verdict checkDevice(Context& context) {
   const std::string appId = record["app_id"].get<std::string>();
   const std::string token =
       record.contains("registration_id") ? record["registration_id"].get<std::string>() : "";
-  nlohmann::json details{{"device", device}, {"appId", appId}, {"hasToken", !token.empty()}};
+  nlohmann::ordered_json details{
+      {"device", device}, {"appId", appId}, {"hasToken", !token.empty()}};
   if (token.empty()) {
     return Verdict::fail("device " + device +
                              " has no push token: trackEvent drops every event and no push can "

@@ -5,11 +5,11 @@
 
 namespace orvanta::doctor {
 
-Verdict Verdict::pass(std::string reason, nlohmann::json details) {
+Verdict Verdict::pass(std::string reason, nlohmann::ordered_json details) {
   return Verdict{true, std::move(reason), {}, std::move(details)};
 }
 
-Verdict Verdict::fail(std::string reason, std::string fix, nlohmann::json details) {
+Verdict Verdict::fail(std::string reason, std::string fix, nlohmann::ordered_json details) {
   return Verdict{false, std::move(reason), std::move(fix), std::move(details)};
 }
 
@@ -83,19 +83,20 @@ std::string renderText(const Report& report) {
   return text;
 }
 
-nlohmann::json renderJson(const Report& report) {
-  nlohmann::json checks = nlohmann::json::array();
+nlohmann::ordered_json renderJson(const Report& report) {
+  nlohmann::ordered_json checks = nlohmann::ordered_json::array();
   std::size_t passed = 0;
   for (const auto& result : report.results) {
     const Verdict& verdict = result.verdict;
     passed += verdict.passed ? 1 : 0;
-    checks.push_back({{"id", result.id},
-                      {"section", result.section},
-                      {"title", result.title},
-                      {"ok", verdict.passed},
-                      {"reason", verdict.reason},
-                      {"fix", verdict.passed ? nlohmann::json() : nlohmann::json(verdict.fix)},
-                      {"details", verdict.details}});
+    checks.push_back(
+        {{"id", result.id},
+         {"section", result.section},
+         {"title", result.title},
+         {"ok", verdict.passed},
+         {"reason", verdict.reason},
+         {"fix", verdict.passed ? nlohmann::ordered_json() : nlohmann::ordered_json(verdict.fix)},
+         {"details", verdict.details}});
   }
   return {{"ok", passed == report.results.size()},
           {"passed", passed},

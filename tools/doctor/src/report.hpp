@@ -16,11 +16,12 @@ struct Verdict {
   bool passed = false;
   std::string reason;
   std::string fix;  ///< empty when passed
-  nlohmann::json details = nlohmann::json::object();
+  nlohmann::ordered_json details = nlohmann::ordered_json::object();
 
-  static Verdict pass(std::string reason, nlohmann::json details = nlohmann::json::object());
+  static Verdict pass(std::string reason,
+                      nlohmann::ordered_json details = nlohmann::ordered_json::object());
   static Verdict fail(std::string reason, std::string fix,
-                      nlohmann::json details = nlohmann::json::object());
+                      nlohmann::ordered_json details = nlohmann::ordered_json::object());
   /// A check that could not run because an earlier link is broken: `missing` names that link.
   static Verdict notChecked(const std::string& missing, const std::string& earlierCheck);
 };
@@ -35,7 +36,7 @@ struct CheckResult {
 
 struct Report {
   /// The application as it was looked at: folders, files, ids, service URLs.
-  nlohmann::json application = nlohmann::json::object();
+  nlohmann::ordered_json application = nlohmann::ordered_json::object();
   std::vector<CheckResult> results;
 
   bool passed() const;
@@ -45,6 +46,6 @@ struct Report {
 std::string renderText(const Report& report);
 /// {"ok", "passed", "failed", "application", "checks": [{"id", "section", "title", "ok",
 /// "reason", "fix", "details"}]}; "fix" is null for a check that passed.
-nlohmann::json renderJson(const Report& report);
+nlohmann::ordered_json renderJson(const Report& report);
 
 }  // namespace orvanta::doctor

@@ -86,7 +86,7 @@ port::DataTaskResult head(Context& context, const std::string& url) {
 
 Verdict checkService(Context& context, const std::string& name, const std::string& url,
                      const char* option) {
-  nlohmann::json details{{"url", url}};
+  nlohmann::ordered_json details{{"url", url}};
   if (!isAcceptableServiceBaseURL(url)) {
     return Verdict::fail(
         url +
