@@ -132,7 +132,7 @@ Verdict checkBus(Context& context) {
 }
 
 Verdict checkNotificationServer(Context& context) {
-  if (!context.bus) {
+  if (!verdictOf(context, &checkBus).passed) {
     return Verdict::notChecked("no session D-Bus", "session D-Bus");
   }
   std::string why;
@@ -173,7 +173,7 @@ Verdict checkNotificationServer(Context& context) {
 }
 
 Verdict checkButtons(Context& context) {
-  if (!context.capabilities) {
+  if (!verdictOf(context, &checkNotificationServer).passed) {
     return Verdict::notChecked("no notification server", "notification server");
   }
   const auto& capabilities = *context.capabilities;
@@ -195,7 +195,8 @@ Verdict checkButtons(Context& context) {
 }
 
 Verdict checkDistributor(Context& context) {
-  if (!context.bus) {
+  verdictOf(context, &checkKeystore);  // the distributor registered with before
+  if (!verdictOf(context, &checkBus).passed) {
     return Verdict::notChecked("no session D-Bus", "session D-Bus");
   }
   std::vector<std::string> found;
@@ -250,7 +251,7 @@ Verdict checkDistributor(Context& context) {
   }
   details["chosen"] = chosen;
   return Verdict::pass(
-      chosen + " (" + because + ")" + (found.size() > 1 ? "; also there: " + listed(found) : ""),
+      chosen + " (" + because + (found.size() > 1 ? "; on the bus: " + listed(found) : "") + ")",
       details);
 }
 
@@ -267,6 +268,8 @@ Verdict checkRegistration(Context& context) {
                          "use a reverse-DNS id such as com.example.Shop",
                          {{"applicationId", applicationId}});
   }
+  verdictOf(context, &checkKeystore);
+  verdictOf(context, &checkDistributor);
   if (!context.bus) {
     return Verdict::notChecked("no session D-Bus", "session D-Bus");
   }

@@ -32,9 +32,17 @@ Report runChecks(Context& context) {
     if (context.settings.skipped.count(check.id) != 0) {
       continue;
     }
-    report.results.push_back({check.id, check.section, check.title, check.run(context)});
+    report.results.push_back({check.id, check.section, check.title, verdictOf(context, check.run)});
   }
   return report;
+}
+
+const Verdict& verdictOf(Context& context, CheckFunction check) {
+  auto found = context.verdicts.find(check);
+  if (found == context.verdicts.end()) {
+    found = context.verdicts.emplace(check, check(context)).first;
+  }
+  return found->second;
 }
 
 std::string describeDuration(double seconds) {

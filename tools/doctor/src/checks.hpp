@@ -2,13 +2,15 @@
 
 // The doctor's checks: each link of the chain from the application's files to the services, one
 // function each, run in the order of `allChecks()`. A check leaves what it learnt in the context
-// for the checks after it (the bus connection, the stored registration...). The checks only read:
+// (the bus connection, the stored registration...); a check that needs it asks for that check's
+// verdict first (`verdictOf`), which runs it once. The checks only read:
 // the event database is inspected in a private copy, and nothing is sent to the service but a
 // HEAD request of each base URL. Used from the main thread only.
 
 #include <orvanta/platform.hpp>
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -50,18 +52,24 @@ struct Context {
   /// locations, key store and HTTP client are the ones the kit would use.
   std::shared_ptr<Platform> platform;
 
-  // Learnt by the checks, for the checks after them.
+  // Learnt by the checks, for the checks that depend on them.
   std::string configuredAppId;                           ///< "AppId" of the configuration file
   std::optional<nlohmann::json> deviceRecord;            ///< "authorizationData.deviceModel"
   std::optional<StoredRegistration> registration;        ///< "unifiedPush.registration"
-  bool keystoreRead = false;                             ///< the key store check ran
   std::shared_ptr<GDBusConnection> bus;                  ///< none: the session bus is unreachable
   std::optional<std::vector<std::string>> capabilities;  ///< of the notification server
   std::string notificationServer;                        ///< its name
   std::optional<std::vector<std::string>> distributors;  ///< UnifiedPush distributors on the bus
+
+  std::map<Verdict (*)(Context&), Verdict> verdicts;  ///< of the checks that ran
 };
 
 using CheckFunction = Verdict (*)(Context&);
+
+/// The verdict of `check`, running it the first time it is asked for. A check that depends on
+/// what another learns asks for that one's verdict first, so skipping a check (`--skip`) changes
+/// no other verdict.
+const Verdict& verdictOf(Context& context, CheckFunction check);
 
 struct Check {
   const char* id;

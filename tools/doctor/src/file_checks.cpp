@@ -487,7 +487,6 @@ Verdict checkDatabase(Context& context) {
 
 Verdict checkKeystore(Context& context) {
   const std::string& folder = context.settings.keystoreDirectory;
-  context.keystoreRead = true;
   nlohmann::ordered_json details{{"path", folder}};
   struct stat info {};
   if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
@@ -594,9 +593,8 @@ Verdict checkPreferences(Context& context) {
 }
 
 Verdict checkDevice(Context& context) {
-  if (!context.keystoreRead) {
-    return Verdict::notChecked("the key store was not read", "key store");
-  }
+  verdictOf(context, &checkConfiguration);
+  verdictOf(context, &checkKeystore);
   if (!context.deviceRecord) {
     return Verdict::fail(
         "no device record in the key store: this installation never registered, so it has no "

@@ -14,7 +14,7 @@ Verdict Verdict::fail(std::string reason, std::string fix, nlohmann::ordered_jso
 }
 
 Verdict Verdict::notChecked(const std::string& missing, const std::string& earlierCheck) {
-  return fail("not checked: " + missing, "mend the " + earlierCheck + " first (its line above)",
+  return fail("not checked: " + missing, "mend the " + earlierCheck + " first",
               {{"checked", false}});
 }
 
