@@ -98,24 +98,24 @@ std::string joined(const std::vector<std::string>& parts, const std::string& sep
   return text;
 }
 
+/// The kind of a property list value, with its article ("a number", "an array").
 const char* plistTypeName(plist_type type) {
   switch (type) {
     case PLIST_BOOLEAN:
-      return "Boolean";
+      return "a Boolean";
     case PLIST_UINT:
-      return "number";
     case PLIST_REAL:
-      return "number";
+      return "a number";
     case PLIST_ARRAY:
-      return "array";
+      return "an array";
     case PLIST_DICT:
-      return "dictionary";
+      return "a dictionary";
     case PLIST_DATE:
-      return "date";
+      return "a date";
     case PLIST_DATA:
       return "data";
     default:
-      return "value of another type";
+      return "a value of another type";
   }
 }
 
@@ -295,7 +295,7 @@ Verdict checkConfiguration(Context& context) {
   }
   if (plist_get_node_type(root) != PLIST_DICT) {
     return Verdict::fail(
-        path + " holds a " + plistTypeName(plist_get_node_type(root)) + ", not a dictionary",
+        path + " holds " + plistTypeName(plist_get_node_type(root)) + ", not a dictionary",
         describe, details);
   }
   std::vector<std::string> problems;
@@ -304,7 +304,7 @@ Verdict checkConfiguration(Context& context) {
     if (item == nullptr) {
       problems.push_back(std::string(key) + " is missing");
     } else if (plist_get_node_type(item) != PLIST_STRING) {
-      problems.push_back(std::string(key) + " is a " + plistTypeName(plist_get_node_type(item)) +
+      problems.push_back(std::string(key) + " is " + plistTypeName(plist_get_node_type(item)) +
                          ", not a string");
     } else {
       std::uint64_t length = 0;
@@ -409,9 +409,13 @@ Verdict checkDatabase(Context& context) {
   const Settings& settings = context.settings;
   const std::string path = settings.dataDirectory + "/" + kDatabaseName;
   nlohmann::ordered_json details{{"path", path}};
-  const std::string moveAside = "move it aside (mv " + path + " " + path +
-                                ".damaged) and start the application: it makes a new one (the "
-                                "events in this one are lost)";
+  // With its log and shared-memory files: a log left beside a new database would be replayed.
+  const std::string asideFolder = settings.dataDirectory + ".damaged";
+  const std::string moveAside =
+      "with the application stopped, move it aside with its -wal and "
+      "-shm files (mkdir -m 700 " +
+      asideFolder + " && mv " + path + "* " + asideFolder +
+      "/); it starts a new one, without the events of this one";
   if (settings.dataDirectory.empty() || !exists(path)) {
     return Verdict::fail(
         "no event database at " + path + ": the application has not run with this data folder",

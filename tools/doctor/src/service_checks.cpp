@@ -147,8 +147,9 @@ Verdict checkService(Context& context, const std::string& name, const std::strin
   if (serverTime < 0) {
     return Verdict::pass(reason + "; no Date to compare clocks with", details);
   }
+  // A Date names a whole second: the service's clock was somewhere within it.
   const double skew = std::chrono::duration<double>(answeredAt.time_since_epoch()).count() -
-                      static_cast<double>(serverTime);
+                      (static_cast<double>(serverTime) + 0.5);
   details["clockSkewSeconds"] = std::llround(skew);
   if (std::fabs(skew) > kMaxSkewSeconds) {
     return Verdict::fail("this machine's clock is " + describeDuration(skew) +
