@@ -8,48 +8,17 @@
 //
 // Exit status: 0 once the service accepted the registration; 1 otherwise; 2 for bad arguments.
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <map>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <orvanta.hpp>
 #include <string>
-#include <string_view>
-
-namespace {
-
-/// The registration's outcome, for the main thread to wait on.
-class Outcome {
- public:
-  void settle(bool registered, std::string detail) {
-    std::lock_guard lock(mutex_);
-    if (!registered_) {
-      registered_ = registered;
-      detail_ = std::move(detail);
-      settled_.notify_all();
-    }
-  }
-  bool await(std::chrono::seconds limit) {
-    std::unique_lock lock(mutex_);
-    settled_.wait_for(lock, limit, [&] { return registered_.has_value(); });
-    return registered_.value_or(false);
-  }
-  std::string detail() {
-    std::lock_guard lock(mutex_);
-    return detail_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable settled_;
-  std::optional<bool> registered_;
-  std::string detail_ = "no answer";
-};
-
-}  // namespace
+#include <utility>
 
 int main(int argc, char** argv) {
   std::map<std::string, std::string, std::less<>> arguments{{"--events", "0"}};
@@ -80,19 +49,29 @@ int main(int argc, char** argv) {
   configuration->setIsLoggingEnabled(true);
   orvanta::Orvanta::configure(configuration);
 
-  Outcome outcome;
-  auto observer = std::make_shared<orvanta::OrvantaRegistrationObserver>();
-  observer->didRegisterWithService = [&](const std::optional<std::string>& token) {
-    outcome.settle(true, "registered with token " + token.value_or("(none)"));
+  // The first outcome the observer hears.
+  auto outcome = std::make_shared<std::promise<std::pair<bool, std::string>>>();
+  auto settled = std::make_shared<std::atomic<bool>>(false);
+  auto settle = [outcome, settled](bool registered, std::string detail) {
+    if (!settled->exchange(true)) {
+      outcome->set_value({registered, std::move(detail)});
+    }
   };
-  observer->didFailToRegister = [&](const orvanta::Error& error) {
-    outcome.settle(false, "registration failed: " + error.localizedDescription());
+  auto observer = std::make_shared<orvanta::OrvantaRegistrationObserver>();
+  observer->didRegisterWithService = [settle](const std::optional<std::string>& token) {
+    settle(true, "registered with token " + token.value_or("(none)"));
+  };
+  observer->didFailToRegister = [settle](const orvanta::Error& error) {
+    settle(false, "registration failed: " + error.localizedDescription());
   };
   auto& push = orvanta::Orvanta::push();
   push.setRegistrationObserver(observer);
   push.registerForPushNotifications(orvanta::OrvantaPushOptions::defaultOptions());
-  const bool registered = outcome.await(std::chrono::seconds(60));
-  std::printf("%s\n", outcome.detail().c_str());
+  auto heard = outcome->get_future();
+  const bool answered = heard.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+  const auto [registered, detail] =
+      answered ? heard.get() : std::pair<bool, std::string>(false, "no answer");
+  std::printf("%s\n", detail.c_str());
 
   const int events = std::atoi(arguments["--events"].c_str());
   for (int i = 0; i < events; ++i) {

@@ -280,7 +280,7 @@ Verdict checkRegistration(Context& context) {
       context.registration->distributor.empty()) {
     return Verdict::fail("not registered with a distributor: no push endpoint is stored",
                          startApplication + (context.distributors && context.distributors->empty()
-                                                 ? " (once a distributor runs, see the line above)"
+                                                 ? " (once a distributor runs)"
                                                  : ""),
                          details);
   }
