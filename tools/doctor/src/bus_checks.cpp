@@ -5,6 +5,7 @@
 #include <gio/gio.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <optional>
@@ -36,7 +37,8 @@ VariantPtr call(Context& context, const char* destination, const char* path, con
   GVariant* reply = g_dbus_connection_call_sync(
       context.bus.get(), destination, path, interface, method, parameters,
       G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE,
-      static_cast<int>(context.settings.timeout.count()), nullptr, &error);
+      static_cast<int>(std::min<std::int64_t>(context.settings.timeout.count(), G_MAXINT)), nullptr,
+      &error);
   if (reply == nullptr) {
     if (errorName != nullptr) {
       gchar* remote = g_dbus_error_get_remote_error(error);
