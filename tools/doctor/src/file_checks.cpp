@@ -10,11 +10,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -33,7 +33,6 @@ constexpr const char* kConfigurationKeys[] = {"AppId", "Token", "Secret", "Event
 // The kit reads a configuration file of at most 1 MiB and preferences of at most 16 MiB.
 constexpr std::size_t kMaxConfigurationBytes = 1 << 20;
 constexpr std::size_t kMaxPreferencesBytes = 16 << 20;
-constexpr std::size_t kMaxItemBytes = (4 << 20) + 12;
 constexpr const char* kDatabaseName = "Orvanta.sqlite";
 constexpr const char* kDeviceAccount = "authorizationData.deviceModel";
 constexpr const char* kRegistrationAccount = "unifiedPush.registration";
