@@ -161,12 +161,12 @@ Verdict checkNotificationServer(Context& context) {
     const gchar* name = nullptr;
     const gchar* vendor = nullptr;
     const gchar* version = nullptr;
-    const gchar* specification = nullptr;
-    g_variant_get(information.get(), "(&s&s&s&s)", &name, &vendor, &version, &specification);
+    const gchar* protocol = nullptr;
+    g_variant_get(information.get(), "(&s&s&s&s)", &name, &vendor, &version, &protocol);
     details["name"] = name;
     details["vendor"] = vendor;
     details["version"] = version;
-    details["specificationVersion"] = specification;
+    details["protocolVersion"] = protocol;
     server = std::string(name) + " " + version + " (" + vendor + ")";
   }
   context.notificationServer = server;
