@@ -101,8 +101,9 @@ void onConnection(void* cls, MHD_Connection*, void**, MHD_ConnectionNotification
   impl->changed.notify_all();
 }
 
+// From the source tree's root, not from __FILE__: a compiler cache may make that relative.
 std::filesystem::path tlsDataFolder() {
-  return std::filesystem::path(__FILE__).parent_path().parent_path() / "tests" / "data" / "tls";
+  return std::filesystem::path(ORVANTA_SOURCE_DIR) / "tests" / "data" / "tls";
 }
 
 }  // namespace

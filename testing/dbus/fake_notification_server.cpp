@@ -19,6 +19,12 @@ constexpr const char* kIntrospection = R"(
     <method name="GetCapabilities">
       <arg direction="out" type="as" name="capabilities"/>
     </method>
+    <method name="GetServerInformation">
+      <arg direction="out" type="s" name="name"/>
+      <arg direction="out" type="s" name="vendor"/>
+      <arg direction="out" type="s" name="version"/>
+      <arg direction="out" type="s" name="spec_version"/>
+    </method>
     <method name="Notify">
       <arg direction="in" type="s" name="app_name"/>
       <arg direction="in" type="u" name="replaces_id"/>
@@ -137,6 +143,10 @@ struct FakeNotificationServer::Impl {
       }
       g_dbus_method_invocation_return_value(invocation,
                                             g_variant_new("(@as)", g_variant_builder_end(&list)));
+    } else if (name == "GetServerInformation") {
+      g_dbus_method_invocation_return_value(
+          invocation, g_variant_new("(ssss)", FakeNotificationServer::kServerName, "Orvanta tests",
+                                    FakeNotificationServer::kServerVersion, "1.2"));
     } else if (name == "Notify") {
       self->notify(parameters, invocation);
     } else if (name == "CloseNotification" &&

@@ -28,18 +28,20 @@ struct RecordedNotification {
 
 /// A desktop notification server of our own (org.freedesktop.Notifications at
 /// /org/freedesktop/Notifications) on a bus the test started. It records Notify calls, answers
-/// GetCapabilities with the capabilities it was given, numbers notifications from 1 (a Notify that
-/// replaces a known id keeps it), and emits ActionInvoked and NotificationClosed when the test
-/// asks. Like many real servers it never closes a notification on its own when an action was
-/// invoked: it closes one when a client calls CloseNotification (recorded, and answered with
-/// NotificationClosed, reason 3). Its D-Bus work runs on a thread of its own, "orvanta-fake-ns";
-/// every member may be called from any thread.
+/// GetCapabilities with the capabilities it was given and GetServerInformation with the name and
+/// version below, numbers notifications from 1 (a Notify that replaces a known id keeps it), and
+/// emits ActionInvoked and NotificationClosed when the test asks. Like many real servers it never
+/// closes a notification on its own when an action was invoked: it closes one when a client calls
+/// CloseNotification (recorded, and answered with NotificationClosed, reason 3). Its D-Bus work
+/// runs on a thread of its own, "orvanta-fake-ns"; every member may be called from any thread.
 ///
 /// A Notify call is recorded after its answer was sent, so a signal emitted once the test saw the
 /// record reaches clients after that answer, as with a real server.
 class FakeNotificationServer {
  public:
   static constexpr std::chrono::milliseconds kWaitTimeout{20'000};
+  static constexpr const char* kServerName = "orvanta-fake-ns";
+  static constexpr const char* kServerVersion = "1.0";
 
   /// Connects to `busAddress` and takes the server's name; returns once the name is ours (see
   /// `started`).

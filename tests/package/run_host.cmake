@@ -14,6 +14,13 @@ endfunction()
 set(hosts ${WORK_DIR}/build/host)
 if(MODE STREQUAL "find_package")
   run(${CMAKE_COMMAND} --install ${KIT_BINARY_DIR} --prefix ${WORK_DIR}/prefix)
+  # orvanta-doctor is installed with the kit and runs against the installed library.
+  if(WITH_DOCTOR)
+    run(${WORK_DIR}/prefix/bin/orvanta-doctor --help)
+    if(NOT last_output MATCHES "Checks: configuration files database")
+      message(FATAL_ERROR "the installed orvanta-doctor did not list its checks:\n${last_output}")
+    endif()
+  endif()
   run(${CMAKE_COMMAND} -S ${PACKAGE_DIR}/consumer -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
       -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
 elseif(MODE STREQUAL "static")

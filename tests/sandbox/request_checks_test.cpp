@@ -144,6 +144,10 @@ TEST_F(RequestChecksTest, RequestsThatBreakTheContractAreRefusedWithTheirReason)
                 .status,
             204);
   EXPECT_EQ(client.send("GET", url("devices/a1b2c3/last_push"), pushHeaders(c)).status, 404);
+  // The services' root answers reachability checks, with no credentials and no violation.
+  const std::size_t violations = sandbox->violations().size();
+  EXPECT_EQ(client.send("GET", url(""), {}).status, 204);
+  EXPECT_EQ(sandbox->violations().size(), violations);
   expectStillServing();
 }
 
