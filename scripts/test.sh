@@ -44,6 +44,10 @@ run_ctest() {
     total_passed=$((total_passed + passed))
     total_failed=$((total_failed + failed))
     summary+=("$name: $passed passed, $failed failed")
+    # The names of the failed tests, so that the tail of a long run says which ones broke.
+    while IFS= read -r failure; do
+      summary+=("  $name failed: $failure")
+    done < <(sed -n '/The following tests FAILED:/,$p' "$log" | grep -E '^[[:space:]]+[0-9]+ - ' || true)
   else
     summary+=("$name: no result (ctest exit $status)")
     total_failed=$((total_failed + 1))
