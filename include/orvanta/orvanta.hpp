@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "orvanta/export.hpp"
+#include "orvanta/health.hpp"
 #include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/orvanta_configuration.hpp"
 #include "orvanta/orvanta_push.hpp"
@@ -46,6 +47,10 @@ class ORVANTA_API Orvanta {
   ///
   ///   std::size_t left = orvanta::Orvanta::flush(std::chrono::seconds(10));
   static std::size_t flush(std::chrono::milliseconds timeout);
+
+  /// What the kit has done since the process started (events, posts, storage, pushes, reports)
+  /// and the event queue as it stands: a copy, cheap enough to take often. Any thread.
+  static OrvantaHealth health();
 
   /// Whether the platform's push callbacks reach the kit first: the push options'
   /// `useAutomaticConfiguration` (on by default), read and written there. Any thread.

@@ -4,6 +4,7 @@
 
 #include "analytics/orvanta_analytics_impl.hpp"
 #include "core/guard.hpp"
+#include "core/health.hpp"
 #include "core/logger.hpp"
 #include "core/logging_switch.hpp"
 #include "entry/components.hpp"
@@ -123,6 +124,10 @@ std::size_t Orvanta::flush(std::chrono::milliseconds timeout) {
         return impl ? impl->flush(deadline) : 0;
       },
       std::size_t{1});
+}
+
+OrvantaHealth Orvanta::health() {
+  return detail::shielded([] { return health::snapshot(); }, OrvantaHealth{});
 }
 
 bool Orvanta::isAutoConfigurationForPushNotificationsEnabled() {
