@@ -277,9 +277,13 @@ int vfsOpen(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, i
   if (name != nullptr) {
     self->path = new std::string(name);
     std::lock_guard lock(state.mutex);
-    if (state.records.find(name) == state.records.end()) {
+    auto found = state.records.find(name);
+    if (found == state.records.end() || exists == 0) {
       // A file that was there before counts as durable; a new one holds nothing until synced.
-      state.records[name].syncedSize = exists != 0 ? sizeOf(self) : 0;
+      state.records[name] = {exists != 0 ? sizeOf(self) : 0, {}};
+    } else {
+      // Changed behind the disk's back (removed and made again by a test): no more than it holds.
+      found->second.syncedSize = std::min(found->second.syncedSize, sizeOf(self));
     }
   }
   self->base.pMethods = &kMethods;
