@@ -21,6 +21,7 @@
 #include "storage/common_data.hpp"
 #include "testing/mock_devices_service.hpp"
 #include "testing/platform_test.hpp"
+#include "testing/storage_faults.hpp"
 #include "testing/temporary_directory.hpp"
 #include "user/orvanta_user_data_impl.hpp"
 
@@ -131,6 +132,57 @@ TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothi
   handler->waitUntilIdle();
   EXPECT_TRUE(database->allRows().empty());
   EXPECT_EQ(service.delivered(), tracked);
+}
+
+// The same while the disk fills, empties, turns read-only and back under the producers, the
+// posts' deletions and the deleter's retries: events wait in memory, deletions are tried again,
+// and every event is delivered in the end.
+TEST(OperationsHandlerConcurrencyTest, TheDiskComingAndGoingUnderEveryThreadLosesNothing) {
+  testing::TemporaryDirectory root;
+  testing::FaultyDisk disk;
+  auto database = std::make_shared<Database<OrvantaEvent>>(root.file("events.sqlite"));
+  AnsweringService service;
+  std::shared_ptr<EventsServiceProtocol> borrowed(std::shared_ptr<void>{}, &service);
+  auto handler =
+      OrvantaAnalyticsOperationsHandler::make({database, [borrowed] { return borrowed; }});
+
+  constexpr int kProducers = 3;
+  constexpr int kEvents = 60;
+  std::mutex trackedMutex;
+  std::set<std::string> tracked;
+  {
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p) {
+      producers.emplace_back([&, p] {
+        using Fault = testing::FaultyDisk::Fault;
+        const Fault faults[] = {Fault::full, Fault::none, Fault::readOnly, Fault::none};
+        for (int i = 0; i < kEvents; ++i) {
+          if (i % 5 == 0) {
+            disk.setFault(faults[(i / 5 + p) % 4]);  // under the other producers' feet
+          }
+          auto event = std::make_shared<const OrvantaEvent>(
+              "token", "app", "p" + std::to_string(p) + "-" + std::to_string(i), 1.0 * i,
+              ValueMap{{"i", i}});
+          handler->addEventToDatabase(event);
+          handler->postEventsFromDatabase();
+          std::lock_guard lock(trackedMutex);
+          tracked.insert(event->uuidId);
+        }
+      });
+    }
+    for (auto& producer : producers) {
+      producer.join();
+    }
+  }
+  // Each flush stores what waits in memory and delivers two of three remaining events at least.
+  disk.setFault(testing::FaultyDisk::Fault::none);
+  for (int round = 0; round < 50 && service.delivered() != tracked; ++round) {
+    handler->postEventsFromDatabase();
+    handler->waitUntilIdle();
+  }
+  EXPECT_EQ(handler->eventsHeldInMemory(), 0u);
+  EXPECT_EQ(service.delivered(), tracked);
+  handler.reset();
 }
 
 }  // namespace
