@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -85,6 +86,39 @@ class AnsweringService : public EventsServiceProtocol {
   OwnedThread thread_;
 };
 
+/// Tracks 60 events from each of three threads at once, each event followed by a flush, calling
+/// `before(producer, index)` before each. The events' keys.
+std::set<std::string> trackFromThreads(OrvantaAnalyticsOperationsHandler& handler,
+                                       const std::function<void(int, int)>& before = {}) {
+  constexpr int kProducers = 3;
+  constexpr int kEvents = 60;
+  std::mutex trackedMutex;
+  std::set<std::string> tracked;
+  std::vector<std::thread> producers;
+  for (int p = 0; p < kProducers; ++p) {
+    producers.emplace_back([&, p] {
+      for (int i = 0; i < kEvents; ++i) {
+        if (before) {
+          before(p, i);
+        }
+        auto event = std::make_shared<const OrvantaEvent>(
+            "token", "app", "p" + std::to_string(p) + "-" + std::to_string(i), 1.0 * i,
+            ValueMap{{"i", i}});
+        {
+          std::lock_guard lock(trackedMutex);
+          tracked.insert(event->uuidId);
+        }
+        handler.addEventToDatabase(event);
+        handler.postEventsFromDatabase();
+      }
+    });
+  }
+  for (auto& producer : producers) {
+    producer.join();
+  }
+  return tracked;
+}
+
 TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothing) {
   testing::TemporaryDirectory root;
   auto database = std::make_shared<Database<OrvantaEvent>>(root.file("events.sqlite"));
@@ -94,32 +128,7 @@ TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothi
   std::shared_ptr<EventsServiceProtocol> borrowed(std::shared_ptr<void>{}, &service);
   auto handler =
       OrvantaAnalyticsOperationsHandler::make({database, [borrowed] { return borrowed; }});
-
-  constexpr int kProducers = 3;
-  constexpr int kEvents = 60;
-  std::mutex trackedMutex;
-  std::set<std::string> tracked;
-  {
-    std::vector<std::thread> producers;
-    for (int p = 0; p < kProducers; ++p) {
-      producers.emplace_back([&, p] {
-        for (int i = 0; i < kEvents; ++i) {
-          auto event = std::make_shared<const OrvantaEvent>(
-              "token", "app", "p" + std::to_string(p) + "-" + std::to_string(i), 1.0 * i,
-              ValueMap{{"i", i}});
-          {
-            std::lock_guard lock(trackedMutex);
-            tracked.insert(event->uuidId);
-          }
-          handler->addEventToDatabase(event);
-          handler->postEventsFromDatabase();
-        }
-      });
-    }
-    for (auto& producer : producers) {
-      producer.join();
-    }
-  }
+  const std::set<std::string> tracked = trackFromThreads(*handler);
 
   // Flush until every row is gone: each flush delivers two of three remaining rows at least.
   for (int round = 0; round < 50; ++round) {
@@ -145,35 +154,14 @@ TEST(OperationsHandlerConcurrencyTest, TheDiskComingAndGoingUnderEveryThreadLose
   std::shared_ptr<EventsServiceProtocol> borrowed(std::shared_ptr<void>{}, &service);
   auto handler =
       OrvantaAnalyticsOperationsHandler::make({database, [borrowed] { return borrowed; }});
+  using Fault = testing::FaultyDisk::Fault;
+  const std::set<std::string> tracked = trackFromThreads(*handler, [&](int p, int i) {
+    const Fault faults[] = {Fault::full, Fault::none, Fault::readOnly, Fault::none};
+    if (i % 5 == 0) {
+      disk.setFault(faults[(i / 5 + p) % 4]);  // under the other producers' feet
+    }
+  });
 
-  constexpr int kProducers = 3;
-  constexpr int kEvents = 60;
-  std::mutex trackedMutex;
-  std::set<std::string> tracked;
-  {
-    std::vector<std::thread> producers;
-    for (int p = 0; p < kProducers; ++p) {
-      producers.emplace_back([&, p] {
-        using Fault = testing::FaultyDisk::Fault;
-        const Fault faults[] = {Fault::full, Fault::none, Fault::readOnly, Fault::none};
-        for (int i = 0; i < kEvents; ++i) {
-          if (i % 5 == 0) {
-            disk.setFault(faults[(i / 5 + p) % 4]);  // under the other producers' feet
-          }
-          auto event = std::make_shared<const OrvantaEvent>(
-              "token", "app", "p" + std::to_string(p) + "-" + std::to_string(i), 1.0 * i,
-              ValueMap{{"i", i}});
-          handler->addEventToDatabase(event);
-          handler->postEventsFromDatabase();
-          std::lock_guard lock(trackedMutex);
-          tracked.insert(event->uuidId);
-        }
-      });
-    }
-    for (auto& producer : producers) {
-      producer.join();
-    }
-  }
   // Each flush stores what waits in memory and delivers two of three remaining events at least.
   disk.setFault(testing::FaultyDisk::Fault::none);
   for (int round = 0; round < 50 && service.delivered() != tracked; ++round) {
