@@ -38,21 +38,21 @@ KeychainAccess::KeychainAccess(std::shared_ptr<port::SecureStore> store)
     : store_(std::move(store)) {}
 
 void KeychainAccess::set(const std::optional<Bytes>& data, const std::string& key) {
-  std::lock_guard lock(lock_);
-  writeUnsavedLocked(key);
-  writeLocked(key, data ? std::optional<std::string>(stringFromBytes(*data)) : std::nullopt, false);
+  write(data, key, false);
 }
 
 void KeychainAccess::setKeepingOnFailure(const std::optional<Bytes>& data, const std::string& key) {
-  std::lock_guard lock(lock_);
-  writeUnsavedLocked(key);
-  writeLocked(key, data ? std::optional<std::string>(stringFromBytes(*data)) : std::nullopt, true);
+  write(data, key, true);
 }
 
 void KeychainAccess::remove(const std::string& key) {
+  write(std::nullopt, key, false);
+}
+
+void KeychainAccess::write(const std::optional<Bytes>& data, const std::string& key, bool keep) {
   std::lock_guard lock(lock_);
   writeUnsavedLocked(key);
-  writeLocked(key, std::nullopt, false);
+  writeLocked(key, data ? std::optional<std::string>(stringFromBytes(*data)) : std::nullopt, keep);
 }
 
 void KeychainAccess::writeLocked(const std::string& key, const std::optional<std::string>& value,

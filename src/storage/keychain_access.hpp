@@ -75,6 +75,7 @@ class KeychainAccess {
   const std::shared_ptr<port::SecureStore>& secureStore() const { return store_; }
 
  private:
+  void write(const std::optional<Bytes>& data, const std::string& key, bool keep);
   void removeLocked(const std::string& key);
   /// Stores `value` under `key` (none: deletes it); on failure keeps it in `unsaved_` when `keep`
   /// is set, and throws.
