@@ -298,6 +298,8 @@ class CountingDatabase final : public EventDatabase {
   void setAside(std::int64_t rowId, std::string_view reason) override {
     inner_->setAside(rowId, reason);
   }
+  std::vector<DamagedRow> damagedRows() override { return inner_->damagedRows(); }
+  void checkpoint() override { inner_->checkpoint(); }
 
   std::size_t peak() const { return peak_.load(); }
 

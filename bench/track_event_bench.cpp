@@ -13,6 +13,8 @@
 //   raw WAL   INSERT of the same eight values + SELECT * reading every column of every row
 //   raw DELETE the same, default journal mode (rollback, synchronous=FULL), measured apart (its
 //             disk syncs would slow down the others)
+//   kit FULL  the queue's insert + fetch on a database opened with `port::Durability::full`
+//             (synchronous=FULL: a disk sync per event), measured apart for the same reason
 
 #include <sqlite3.h>
 #include <unistd.h>
@@ -170,7 +172,7 @@ class RawTable {
 };
 
 struct Figures {
-  double kit = 0, track = 0, rawWal = 0, rawDelete = 0;
+  double kit = 0, track = 0, rawWal = 0, rawDelete = 0, kitFull = 0;
 };
 
 Figures measure(const std::string& folder, int rows, int calls) {
@@ -233,10 +235,36 @@ Figures measure(const std::string& folder, int rows, int calls) {
     rollback.push_back(microsecondsSince(start));
     rawDelete.remove(values.uuidId);
   }
+  // The kit again with every commit synced to the disk.
+  const std::string fullPath = folder + "/kit-full-" + std::to_string(rows) + ".sqlite";
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    std::filesystem::remove(fullPath + suffix);
+  }
+  auto durable = std::make_shared<Database<OrvantaEvent>>(
+      fullPath, DatabaseOptions{.durability = port::Durability::full});
+  durable->inTransaction([&] {
+    for (int i = 0; i < rows; ++i) {
+      durable->add(sampleEvent(i));
+    }
+  });
+  auto durableHandler =
+      OrvantaAnalyticsOperationsHandler::make({durable, [silent] { return silent; }});
+  durableHandler->postEventsFromDatabase();
+  durableHandler->cancelAllOperations();
+  std::vector<double> full;
+  for (int call = 0; call < std::min(calls, 200); ++call) {
+    auto event = std::make_shared<const OrvantaEvent>(sampleEvent(rows + call));
+    auto start = Clock::now();
+    durableHandler->addEventToDatabase(event);
+    durableHandler->postEventsFromDatabase();
+    full.push_back(microsecondsSince(start));
+    durableHandler->cancelAllOperations();
+    durable->deleteRow(event->uuidId);
+  }
   if (checksum == 42) {
     std::printf(" ");
   }
-  return {median(kit), median(track), median(wal), median(rollback)};
+  return {median(kit), median(track), median(wal), median(rollback), median(full)};
 }
 
 }  // namespace
@@ -284,16 +312,16 @@ int main(int argc, char** argv) {
 
   std::printf("caller-side cost per tracked event, median microseconds (folder %s)\n",
               folder.c_str());
-  std::printf("%8s %10s %10s %10s %12s %10s %12s\n", "rows", "kit", "raw WAL", "kit/raw",
-              "raw DELETE", "track", "track/raw");
+  std::printf("%8s %10s %10s %10s %12s %10s %12s %10s\n", "rows", "kit", "raw WAL", "kit/raw",
+              "raw DELETE", "track", "track/raw", "kit FULL");
   const int only = argc > 2 ? std::atoi(argv[2]) : -1;
   for (auto [rows, calls] : {std::pair{0, 2000}, {100, 1000}, {1000, 400}, {10000, 100}}) {
     if (only >= 0 && rows != only) {
       continue;
     }
     Figures f = measure(folder, rows, calls);
-    std::printf("%8d %10.1f %10.1f %10.2f %12.1f %10.1f %12.2f\n", rows, f.kit, f.rawWal,
-                f.kit / f.rawWal, f.rawDelete, f.track, f.track / f.rawWal);
+    std::printf("%8d %10.1f %10.1f %10.2f %12.1f %10.1f %12.2f %10.1f\n", rows, f.kit, f.rawWal,
+                f.kit / f.rawWal, f.rawDelete, f.track, f.track / f.rawWal, f.kitFull);
   }
   if (argc <= 1 || argv[1][0] == '\0') {
     std::filesystem::remove_all(folder);

@@ -10,7 +10,7 @@ set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="$root/build/fuzz-clang"
-targets=(fuzz_payload_json fuzz_payload_userinfo fuzz_device_record)
+targets=(fuzz_payload_json fuzz_payload_userinfo fuzz_device_record fuzz_event_row)
 
 if [ "${1:-}" = "--list" ]; then
   printf '%s\n' "${targets[@]}"

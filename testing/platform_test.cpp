@@ -93,7 +93,7 @@ std::shared_ptr<Platform> TestPlatform::build(const std::shared_ptr<port::MainQu
   platform->mainQueue = queue;
   platform->secureStore = std::make_shared<FileSecureStore>(secureStoreDirectory());
   platform->preferences = std::make_shared<JsonPreferencesStore>(
-      options_.preferencesFile.value_or(preferencesFile()), warningsToLogger());
+      options_.preferencesFile.value_or(preferencesFile()), reportsToLogger());
   platform->bundle = std::make_shared<FolderBundle>(bundleDirectory(), kitResourcesDirectory(),
                                                     options_.languages);
   platform->fileLocations = std::make_shared<XdgFileLocations>(dataDirectory());

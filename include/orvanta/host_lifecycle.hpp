@@ -24,7 +24,8 @@ class ORVANTA_API HostLifecycle : public port::Lifecycle {
 
   /// Tells every observer of `event`, in the order they started observing.
   void post(port::LifecycleEvent event);
-  /// Expires every background task still running (their expiration handlers run now).
+  /// Expires every background task still running (their expiration handlers run now), then
+  /// tells the observers of `port::LifecycleEvent::willSuspend`.
   void willSuspend();
 
   std::unique_ptr<port::LifecycleObservation> observe(port::LifecycleEvent event,

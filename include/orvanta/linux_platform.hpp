@@ -20,6 +20,11 @@ struct ORVANTA_API LinuxPlatformOptions {
   std::string applicationName;
   /// Documents and database ("$XDG_DATA_HOME/<app>", else "~/.local/share/<app>").
   std::optional<std::string> dataDirectory;
+  /// `port::Durability::full` for hosts that need every acknowledged event to survive a power
+  /// cut: the event database then syncs the disk at every commit (SQLite's synchronous=FULL),
+  /// which costs about a disk sync per `trackEvent`. Default: synced at checkpoints and when the
+  /// application leaves the screen (see "Events survive a crash" in the README).
+  port::Durability eventDurability = port::Durability::normal;
   /// Secure store items ("<dataDirectory>/keystore", mode 0700, items 0600).
   std::optional<std::string> secureStoreDirectory;
   /// Preferences file ("$XDG_CONFIG_HOME/<app>/preferences.json", else "~/.config/<app>/...").

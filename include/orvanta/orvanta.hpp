@@ -41,9 +41,11 @@ class ORVANTA_API Orvanta {
 
   /// Posts every stored event and waits until the service has taken them all or `timeout` has
   /// passed; while posts fail (the service unreachable, say) they are tried again every few
-  /// hundred milliseconds until then. Returns how many events are left stored, 0 when all were
-  /// delivered: for a command-line host, the last call before it exits. Events left are sent by
-  /// a later launch. Blocks the caller; any thread but the kit's own callbacks.
+  /// hundred milliseconds until then, as are events waiting in memory for a disk that refused
+  /// them. Returns how many events are left, 0 when all were delivered: for a command-line host,
+  /// the last call before it exits. Then syncs what is stored to the disk, so that a power cut
+  /// can't take it; events left are sent by a later launch. Blocks the caller; any thread but the
+  /// kit's own callbacks.
   ///
   ///   std::size_t left = orvanta::Orvanta::flush(std::chrono::seconds(10));
   static std::size_t flush(std::chrono::milliseconds timeout);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "core/logger.hpp"
 #include "core/os.hpp"
 #include "linux/file_utils.hpp"
 
@@ -119,27 +120,42 @@ std::optional<std::string> FileSecureStore::read(const std::string& account) {
     items_.erase(account);
     return std::nullopt;
   }
-  std::lock_guard lock(mutex_);
-  Item& item = items_[account];
-  if (item.file.unchanged(path, *identity) != nullptr) {
-    return item.bytes;
+  bool damaged = false;
+  std::optional<std::string> bytes;
+  {
+    std::lock_guard lock(mutex_);
+    Item& item = items_[account];
+    if (item.file.unchanged(path, *identity) != nullptr) {
+      return item.bytes;
+    }
+    const auto readAt = std::chrono::system_clock::now();
+    auto contents = readRegularFile(path, kHeaderSize + kMaxItemBytes);
+    if (!contents) {
+      items_.erase(account);
+      return std::nullopt;
+    }
+    if (item.file.contents() == nullptr || *item.file.contents() != *contents) {
+      item.bytes = decodeItem(*contents);
+      damaged = !item.bytes;
+    }
+    item.file.remember(path, *identity, std::move(*contents), readAt);
+    bytes = item.bytes;
   }
-  const auto readAt = std::chrono::system_clock::now();
-  auto contents = readRegularFile(path, kHeaderSize + kMaxItemBytes);
-  if (!contents) {
-    items_.erase(account);
-    return std::nullopt;
+  if (damaged) {
+    OrvantaLogger::warning("The secure store item " + path +
+                           " is damaged: it reads as missing until it is written again");
   }
-  if (item.file.contents() == nullptr || *item.file.contents() != *contents) {
-    item.bytes = decodeItem(*contents);
-  }
-  item.file.remember(path, *identity, std::move(*contents), readAt);
-  return item.bytes;
+  return bytes;
 }
 
 port::SecureStoreStatus FileSecureStore::add(const std::string& account, const std::string& bytes) {
   auto name = fileNameForAccount(account);
-  if (!name || bytes.size() > kMaxItemBytes || !makeDirectories(folder_, 0700, true)) {
+  if (!name || bytes.size() > kMaxItemBytes) {
+    return port::SecureStoreStatus::failure;
+  }
+  const std::string path = folder_ + "/" + *name;
+  if (!makeDirectories(folder_, 0700, true)) {
+    OrvantaLogger::error("Could not write the secure store item " + path + ": " + errnoText());
     return port::SecureStoreStatus::failure;
   }
   {
@@ -148,6 +164,9 @@ port::SecureStoreStatus FileSecureStore::add(const std::string& account, const s
   }
   bool exists = false;
   if (!createFileAtomically(folder_, *name, encodeItem(bytes), exists)) {
+    if (!exists) {
+      OrvantaLogger::error("Could not write the secure store item " + path + ": " + errnoText());
+    }
     return port::SecureStoreStatus::failure;
   }
   return port::SecureStoreStatus::success;
@@ -164,8 +183,11 @@ port::SecureStoreStatus FileSecureStore::remove(const std::string& account) {
   }
   std::string path = folder_ + "/" + *name;
   if (::unlink(path.c_str()) != 0) {
-    return (errno == ENOENT || errno == ENOTDIR) ? port::SecureStoreStatus::itemNotFound
-                                                 : port::SecureStoreStatus::failure;
+    if (errno == ENOENT || errno == ENOTDIR) {
+      return port::SecureStoreStatus::itemNotFound;
+    }
+    OrvantaLogger::error("Could not delete the secure store item " + path + ": " + errnoText());
+    return port::SecureStoreStatus::failure;
   }
   return port::SecureStoreStatus::success;
 }

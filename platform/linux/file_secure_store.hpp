@@ -21,6 +21,9 @@ namespace orvanta::linux_platform {
 /// atomic and durable (temporary file, fsync, link/rename, fsync of the folder), so a reader never
 /// sees part of an item, even from another process. Thread-safe.
 ///
+/// A write or delete that fails logs one error line with the item's path and the reason; a damaged
+/// item logs one warning line naming it when it is read.
+///
 /// Every read sees the item as it is now. What is kept is the work: the last contents read of each
 /// item, reused while the file's identity is unchanged (`detail::FileSnapshot`), so that reading
 /// an unchanged item costs one `stat`.

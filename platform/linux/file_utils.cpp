@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <system_error>
 #include <vector>
 
 namespace orvanta::linux_platform {
@@ -34,6 +35,18 @@ class FileDescriptor {
 
  private:
   int fd_;
+};
+
+/// Keeps `errno` as it is through cleanup work.
+class ErrnoKeeper {
+ public:
+  ErrnoKeeper() : saved_(errno) {}
+  ~ErrnoKeeper() { errno = saved_; }
+  ErrnoKeeper(const ErrnoKeeper&) = delete;
+  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+ private:
+  int saved_;
 };
 
 bool writeAll(int fd, std::string_view contents) {
@@ -71,6 +84,8 @@ std::optional<std::string> writeTemporary(const std::string& folder, std::string
   }
   std::string tempPath(path.data());
   if (!writeAll(fd.get(), contents) || ::fsync(fd.get()) != 0 || !fd.close()) {
+    ErrnoKeeper keep;
+    fd.close();
     ::unlink(tempPath.c_str());
     return std::nullopt;
   }
@@ -81,11 +96,13 @@ std::optional<std::string> writeTemporary(const std::string& folder, std::string
 
 bool makeDirectories(const std::string& path, mode_t mode, bool enforceMode) {
   if (path.empty()) {
+    errno = ENOENT;
     return false;
   }
   struct stat info {};
   if (::stat(path.c_str(), &info) == 0) {
     if (!S_ISDIR(info.st_mode)) {
+      errno = ENOTDIR;
       return false;
     }
     if (enforceMode && (info.st_mode & 07777) != mode) {
@@ -113,6 +130,7 @@ bool replaceFileAtomically(const std::string& folder, const std::string& name,
   }
   std::string target = folder + "/" + name;
   if (::rename(temporary->c_str(), target.c_str()) != 0) {
+    ErrnoKeeper keep;
     ::unlink(temporary->c_str());
     return false;
   }
@@ -135,6 +153,7 @@ bool createFileAtomically(const std::string& folder, const std::string& name,
   ::unlink(temporary->c_str());
   if (linked != 0) {
     exists = linkError == EEXIST;
+    errno = linkError;
     return false;
   }
   syncFolder(folder);
@@ -184,6 +203,10 @@ std::optional<std::string> readRegularFile(const std::string& path, std::size_t 
   }
   contents.resize(filled);
   return contents;
+}
+
+std::string errnoText() {
+  return std::generic_category().message(errno);
 }
 
 std::string parentFolder(const std::string& path) {

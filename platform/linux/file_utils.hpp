@@ -9,6 +9,8 @@
 
 namespace orvanta::linux_platform {
 
+// The writing functions below answer false with `errno` set to the reason.
+
 /// Creates `path` and its missing parents. The last component gets `mode` (applied with chmod,
 /// so the umask doesn't weaken it) when it is created, or when `enforceMode` is set even if it
 /// already existed. Parents are created 0700. False when the folder can't be made.
@@ -28,6 +30,9 @@ bool createFileAtomically(const std::string& folder, const std::string& name,
 /// The whole contents of a regular file of at most `maxBytes` bytes; none when it is missing,
 /// not a regular file, a symbolic link, larger than the cap or unreadable.
 std::optional<std::string> readRegularFile(const std::string& path, std::size_t maxBytes);
+
+/// The text of the reason in `errno`.
+std::string errnoText();
 
 /// The folder part of a path ("." when there is none).
 std::string parentFolder(const std::string& path);

@@ -35,81 +35,111 @@ std::optional<port::PreferenceValue> fromJson(const nlohmann::json& value) {
 
 }  // namespace
 
-JsonPreferencesStore::JsonPreferencesStore(std::string path, Warning warn)
-    : path_(std::move(path)), warn_(std::move(warn)) {}
+JsonPreferencesStore::JsonPreferencesStore(std::string path, Report report)
+    : path_(std::move(path)), report_(std::move(report)) {}
 
-std::optional<std::string> JsonPreferencesStore::loadLocked() {
+void JsonPreferencesStore::loadLocked() {
   if (loaded_) {
-    return std::nullopt;
+    return;
   }
   loaded_ = true;
   auto contents = readRegularFile(path_, kMaxPreferencesBytes);
   if (!contents) {
-    return std::nullopt;  // no file yet: empty preferences
+    return;  // no file yet: empty preferences
   }
   nlohmann::json document = nlohmann::json::parse(*contents, nullptr, false);
   if (document.is_discarded() || !document.is_object()) {
-    return "The preferences file " + path_ + " is damaged; starting with empty preferences.";
+    damage_ = "The preferences file " + path_ +
+              " is damaged; starting with empty preferences (logging off until switched on).";
+    return;
   }
   for (const auto& [key, value] : document.items()) {
     if (auto converted = fromJson(value)) {
       values_.emplace(key, std::move(*converted));
     }
   }
-  return std::nullopt;
 }
 
-bool JsonPreferencesStore::saveLocked() {
+std::optional<std::string> JsonPreferencesStore::saveLocked() {
+  if (path_.empty()) {
+    return "there is no file for them (neither XDG_CONFIG_HOME nor HOME is set)";
+  }
   nlohmann::json document = nlohmann::json::object();
   for (const auto& entry : values_) {
     const std::string& key = entry.first;
     std::visit([&document, &key](const auto& held) { document[key] = held; }, entry.second);
   }
   std::string folder = parentFolder(path_);
-  if (!makeDirectories(folder, 0700, false)) {
-    return false;
-  }
   // Invalid UTF-8 in a key or value is written replaced rather than failing the whole file.
   std::string text = document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
   text.push_back('\n');
-  return replaceFileAtomically(folder, lastComponent(path_), text);
+  if (!makeDirectories(folder, 0700, false) ||
+      !replaceFileAtomically(folder, lastComponent(path_), text)) {
+    return errnoText();
+  }
+  return std::nullopt;
+}
+
+void JsonPreferencesStore::reportPending() {
+  if (!report_) {
+    return;
+  }
+  for (auto* pending : {&damage_, &writeFailure_}) {
+    std::optional<std::string> line;
+    {
+      std::lock_guard lock(mutex_);
+      line = std::exchange(*pending, std::nullopt);
+    }
+    if (!line) {
+      continue;
+    }
+    const auto level =
+        pending == &damage_ ? OrvantaLogger::LogLevel::warning : OrvantaLogger::LogLevel::error;
+    if (!report_(level, *line)) {
+      std::lock_guard lock(mutex_);
+      if (!*pending) {
+        *pending = std::move(line);  // said at a later use, once logging is on
+      }
+    }
+  }
 }
 
 std::optional<port::PreferenceValue> JsonPreferencesStore::object(const std::string& key) {
-  std::optional<std::string> warning;
   std::optional<port::PreferenceValue> result;
   {
     std::lock_guard lock(mutex_);
-    warning = loadLocked();
+    loadLocked();
     auto found = values_.find(key);
     if (found != values_.end()) {
       result = found->second;
     }
   }
-  if (warning && warn_) {
-    warn_(*warning);
-  }
+  reportPending();
   return result;
 }
 
 void JsonPreferencesStore::setObject(const std::string& key,
                                      const std::optional<port::PreferenceValue>& value) {
-  std::optional<std::string> warning;
   {
     std::lock_guard lock(mutex_);
-    warning = loadLocked();
+    loadLocked();
     if (value) {
       values_[key] = *value;
     } else {
       values_.erase(key);
     }
-    if (!saveLocked() && !warning) {
-      warning = "Could not write the preferences file " + path_ + ".";
+    if (auto failure = saveLocked()) {
+      if (!writeFailureSaid_) {
+        writeFailureSaid_ = true;
+        writeFailure_ = "Could not write the preferences file " + path_ + ": " + *failure +
+                        "; changes are kept in memory and written with the next one.";
+      }
+    } else {
+      writeFailureSaid_ = false;
+      writeFailure_.reset();
     }
   }
-  if (warning && warn_) {
-    warn_(*warning);
-  }
+  reportPending();
 }
 
 }  // namespace orvanta::linux_platform

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -140,32 +138,27 @@ ResolvedLocations resolveLocations(const LinuxPlatformOptions& options) {
   return resolved;
 }
 
-JsonPreferencesStore::Warning warningsToLogger() {
-  struct Said {
-    std::mutex mutex;
-    std::set<std::string, std::less<>> messages;
-  };
-  auto said = std::make_shared<Said>();
-  return [said](std::string_view message) {
-    // Asking whether logging is on reads the preferences, which may warn in turn (a damaged file
-    // is read once): that inner warning is dropped rather than asked about again.
+JsonPreferencesStore::Report reportsToLogger() {
+  return [](OrvantaLogger::LogLevel level, std::string_view message) {
+    // Asking whether logging is on reads the preferences, which may have a line of their own to
+    // say in turn (a damaged file): that inner line waits for a later use rather than be asked
+    // about again.
     thread_local bool asking = false;
     if (asking) {
-      return;
+      return false;
     }
     asking = true;
-    const bool printing = OrvantaLogger::isPrinting(OrvantaLogger::LogLevel::warning);
+    const bool printing = OrvantaLogger::isPrinting(level);
     asking = false;
     if (!printing) {
-      return;
+      return false;
     }
-    {
-      std::lock_guard lock(said->mutex);
-      if (!said->messages.emplace(message).second) {
-        return;
-      }
+    if (level == OrvantaLogger::LogLevel::error) {
+      OrvantaLogger::error(message);
+    } else {
+      OrvantaLogger::warning(message);
     }
-    OrvantaLogger::warning(message);
+    return true;
   };
 }
 
@@ -183,15 +176,16 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
   fill(platform.secureStore,
        [&] { return std::make_shared<FileSecureStore>(locations.secureStoreDirectory); });
   fill(platform.preferences, [&] {
-    return std::make_shared<JsonPreferencesStore>(locations.preferencesFile, warningsToLogger());
+    return std::make_shared<JsonPreferencesStore>(locations.preferencesFile, reportsToLogger());
   });
   fill(platform.bundle, [&] {
     return std::make_shared<FolderBundle>(
         locations.bundleDirectory, locations.kitResourcesDirectory,
         options.languages.empty() ? FolderBundle::preferredLanguages() : options.languages);
   });
-  fill(platform.fileLocations,
-       [&] { return std::make_shared<XdgFileLocations>(locations.dataDirectory); });
+  fill(platform.fileLocations, [&] {
+    return std::make_shared<XdgFileLocations>(locations.dataDirectory, options.eventDurability);
+  });
   fill(platform.mainQueue, [] { return std::make_shared<ThreadMainQueue>(); });
   fill(platform.lifecycle, [&] {
     return std::make_shared<HostLifecycle>(platform.mainQueue, options.backgroundTaskBudget);

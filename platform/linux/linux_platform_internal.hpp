@@ -27,9 +27,8 @@ ResolvedLocations resolveLocations(const LinuxPlatformOptions& options);
 /// missing.
 bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options);
 
-/// Store warnings said through the kit's logger, as warning lines: like every line, only while
-/// logging is on, and each distinct warning once. A warning that comes while logging is off is not
-/// printed (a store that cannot be written says so again at its next write).
-JsonPreferencesStore::Warning warningsToLogger();
+/// The preferences store's lines said through the kit's logger: like every line, only while
+/// logging is on (a line that came while it was off is said at a later use of the store).
+JsonPreferencesStore::Report reportsToLogger();
 
 }  // namespace orvanta::linux_platform

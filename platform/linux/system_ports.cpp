@@ -16,7 +16,8 @@ void StdoutLogSink::write(std::string_view line) {
   std::fflush(stdout);
 }
 
-XdgFileLocations::XdgFileLocations(std::string dataFolder) : dataFolder_(std::move(dataFolder)) {}
+XdgFileLocations::XdgFileLocations(std::string dataFolder, port::Durability durability)
+    : dataFolder_(std::move(dataFolder)), durability_(durability) {}
 
 port::DirectoryLookup XdgFileLocations::documentsDirectory() {
   if (dataFolder_.empty()) {

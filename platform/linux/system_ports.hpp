@@ -35,12 +35,15 @@ class StdoutLogSink : public port::LogSink {
 class XdgFileLocations : public port::FileLocations {
  public:
   /// `dataFolder` empty: there is no documents folder (no home directory could be found).
-  explicit XdgFileLocations(std::string dataFolder);
+  explicit XdgFileLocations(std::string dataFolder,
+                            port::Durability durability = port::Durability::normal);
   port::DirectoryLookup documentsDirectory() override;
   std::string temporaryDirectory() override;
+  port::Durability durability() override { return durability_; }
 
  private:
   std::string dataFolder_;
+  port::Durability durability_;
 };
 
 /// Device facts from uname(2), the os-release file and the locale environment variables.

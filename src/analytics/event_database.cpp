@@ -17,11 +17,9 @@ std::shared_ptr<EventDatabase> openEventDatabase(port::FileLocations& fileLocati
     // events it keeps carry the push token.
     os::makeOwnerOnlyDirectories(std::filesystem::path(location).parent_path().string());
   }
-  try {
-    return std::make_shared<Database<OrvantaEvent>>(location);
-  } catch (...) {
-    return nullptr;
-  }
+  // A file that can't be opened now is opened by a later call (see `detail::SqliteTable`).
+  return std::make_shared<Database<OrvantaEvent>>(
+      location, DatabaseOptions{.durability = fileLocations.durability()});
 }
 
 }  // namespace orvanta

@@ -15,8 +15,9 @@ using EventDatabase = DatabaseProtocol<OrvantaEvent>;
 inline constexpr const char* kEventDatabaseFileName = "Orvanta.sqlite";
 
 /// The event database of the documents directory (the directory is created when missing), or a
-/// temporary one that lasts as long as the process when there is no documents directory; none
-/// when it can't be opened (silently: analytics then records nothing).
+/// temporary one that lasts as long as the process when there is no documents directory, with the
+/// platform's durability. A file that can't be opened yet is opened by the first call that
+/// succeeds (see `detail::SqliteTable`); every call before fails.
 std::shared_ptr<EventDatabase> openEventDatabase(port::FileLocations& fileLocations);
 
 }  // namespace orvanta

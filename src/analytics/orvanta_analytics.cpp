@@ -70,8 +70,20 @@ void OrvantaAnalytics::Impl::observeGoingBackground() {
       dependencies_.lifecycle->observe(port::LifecycleEvent::didEnterBackground, [weak] {
         if (auto self = weak.lock()) {
           self->appDidEnterBackground();
+          self->makeDurable();
         }
       });
+  suspensionObserver_ = dependencies_.lifecycle->observe(port::LifecycleEvent::willSuspend, [weak] {
+    if (auto self = weak.lock()) {
+      self->makeDurable();
+    }
+  });
+}
+
+void OrvantaAnalytics::Impl::makeDurable() {
+  if (dependencies_.operationsHandler) {
+    dependencies_.operationsHandler->checkpoint();
+  }
 }
 
 void OrvantaAnalytics::Impl::appDidEnterBackground() {

@@ -30,7 +30,9 @@ class OrvantaAnalytics::Impl : public std::enable_shared_from_this<OrvantaAnalyt
     std::shared_ptr<const CredentialsSource> configFile;
   };
 
-  /// Builds the facade and starts observing did-enter-background.
+  /// Builds the facade and starts observing did-enter-background and will-suspend: at both, what
+  /// is stored is made durable (`OrvantaAnalyticsOperationsHandlerProtocol::checkpoint`), so that
+  /// events tracked before the application left the screen survive a power cut.
   static std::shared_ptr<Impl> make(Dependencies dependencies);
 
   /// Prefer `make`.
@@ -47,6 +49,8 @@ class OrvantaAnalytics::Impl : public std::enable_shared_from_this<OrvantaAnalyt
 
  private:
   void observeGoingBackground();
+  /// What was tracked so far survives a power cut.
+  void makeDurable();
   void appDidEnterBackground();
   void registerBackgroundTask(std::function<void()> performOperation,
                               std::function<void()> shouldFinish);
@@ -54,6 +58,7 @@ class OrvantaAnalytics::Impl : public std::enable_shared_from_this<OrvantaAnalyt
   Dependencies dependencies_;
   std::atomic<port::BackgroundTaskId> backgroundTask_{port::kInvalidBackgroundTask};
   std::unique_ptr<port::LifecycleObservation> backgroundNotificationObserver_;
+  std::unique_ptr<port::LifecycleObservation> suspensionObserver_;
 };
 
 }  // namespace orvanta

@@ -26,9 +26,13 @@ class OrvantaAnalyticsOperationsHandlerProtocol {
   /// Cancels the posts that have not started; rows stay for a later flush.
   virtual void cancelAllOperations() = 0;
   /// Posts every stored event and waits for the posts; while some fail, waits a little and posts
-  /// again, until no event is left or `deadline` has passed. How many events are left stored (at
-  /// least 1 when they can't be read). Blocks the caller; not from a post's own thread.
+  /// again, until no event is left or `deadline` has passed. How many events are left (stored, or
+  /// held in memory until they can be stored; at least 1 when they can't be read). Then
+  /// `checkpoint`. Blocks the caller; not from a post's own thread.
   virtual std::size_t flush(std::chrono::steady_clock::time_point deadline) = 0;
+  /// Makes every stored event durable, so that a power cut can't take it: the events held in
+  /// memory are stored, then the database checkpointed and synced. Blocks the caller.
+  virtual void checkpoint() = 0;
 };
 
 /// Keeps tracked events in the event database and posts them to the events endpoint, at most 10
@@ -49,7 +53,17 @@ class OrvantaAnalyticsOperationsHandlerProtocol {
 ///
 /// A fetch sets aside (`DatabaseProtocol::setAside`) a stored event whose body is over
 /// `kMaxEventBodyBytes` (the facade refuses such events; an earlier version stored them), with one
-/// error line, rather than post it for ever to a service that refuses it.
+/// error line, rather than post it for ever to a service that refuses it. A fetch that fails on
+/// rows that do not decode sets them aside too, one error line each, and fetches again, so the
+/// other rows go out in the same flush.
+///
+/// When the database can't be written (a full or read-only disk, a file that can't be opened),
+/// nothing is lost: an event whose insert failed is held in memory (at most
+/// `kMaxEventsHeldInMemory` events or `kMaxBytesHeldInMemory`; beyond, the oldest go, with a
+/// line saying how many) and stored before the next fetch, and only then posted; a deletion that
+/// failed is tried again on the handler's thread (when a write succeeds again, else after a
+/// pause), its row left out of every flush meanwhile. One error line when writing starts to
+/// fail, one line when it works again.
 class OrvantaAnalyticsOperationsHandler
     : public OrvantaAnalyticsOperationsHandlerProtocol,
       public std::enable_shared_from_this<OrvantaAnalyticsOperationsHandler> {
@@ -63,6 +77,8 @@ class OrvantaAnalyticsOperationsHandler
   };
 
   static constexpr std::size_t kMaxConcurrentOperationCount = 10;
+  static constexpr std::size_t kMaxEventsHeldInMemory = 1000;
+  static constexpr std::size_t kMaxBytesHeldInMemory = std::size_t{1} << 20;
 
   static std::shared_ptr<OrvantaAnalyticsOperationsHandler> make(Dependencies dependencies);
 
@@ -75,12 +91,16 @@ class OrvantaAnalyticsOperationsHandler
   void postEventsFromDatabase() override;
   void cancelAllOperations() override;
   std::size_t flush(std::chrono::steady_clock::time_point deadline) override;
+  void checkpoint() override;
 
   /// Blocks until no post is waiting or running and every deletion they asked for has run. For
   /// tests and tools; not from a post's own thread.
   void waitUntilIdle();
-  /// Blocks until every deletion asked for so far (by posts that have ended) has run.
+  /// Blocks until every deletion asked for so far (by posts that have ended) has run (or failed,
+  /// and waits to be tried again).
   void waitForDeletions();
+  /// Events held in memory because they could not be stored.
+  std::size_t eventsHeldInMemory();
 
   OperationQueue& operationQueue() { return operationQueue_; }
 
@@ -89,8 +109,8 @@ class OrvantaAnalyticsOperationsHandler
 
  private:
   std::shared_ptr<AsynchronousOperation> postEvent(const EventDatabase::Row& row);
-  /// Stored events not yet delivered; none when they can't be read.
-  std::optional<std::size_t> storedEvents();
+  /// Events not yet delivered, stored or held in memory; none when they can't be read.
+  std::optional<std::size_t> eventsLeft();
 
   Dependencies dependencies_;
   std::shared_ptr<Shared> shared_;

@@ -126,6 +126,7 @@ void HostLifecycle::willSuspend() {
   for (auto id : ids) {
     state_->expire(id);
   }
+  post(port::LifecycleEvent::willSuspend);
 }
 
 std::unique_ptr<port::LifecycleObservation> HostLifecycle::observe(port::LifecycleEvent event,

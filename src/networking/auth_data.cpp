@@ -50,6 +50,19 @@ OrvantaDevice AuthData::checkIfCurrentVersionAndUpdateModelIfNeeded() const {
         std::lock_guard lock(decodedMutex_);
         decodedBytes_ = std::move(bytes);
         decoded_ = known;
+      } else {
+        bool first = false;
+        {
+          std::lock_guard lock(decodedMutex_);
+          first = undecodable_ != bytes;
+          undecodable_ = bytes;
+        }
+        if (first) {
+          OrvantaLogger::warning("The stored device record does not decode (" +
+                                 decoded.error().localizedDescription() +
+                                 "): a new one is used, without a push token until the next "
+                                 "registration");
+        }
       }
     }
     if (known) {
@@ -75,8 +88,10 @@ void AuthData::writeDevice(const OrvantaDevice& device) const {
     return;
   }
   try {
-    dependencies_.keychain->set(bytesFromString(*text), kDeviceModelKey);
-  } catch (...) {  // NOLINT(bugprone-empty-catch): the record then lives only in the request
+    // A record that can't be stored now (a full disk) is kept in memory, read back in its
+    // place and stored with the next write: later events carry the new push token.
+    dependencies_.keychain->setKeepingOnFailure(bytesFromString(*text), kDeviceModelKey);
+  } catch (...) {  // NOLINT(bugprone-empty-catch): the store said why; the record is kept
   }
 }
 

@@ -105,6 +105,8 @@ class AuthData : public std::enable_shared_from_this<AuthData> {
   mutable std::mutex decodedMutex_;
   mutable std::string decodedBytes_;              ///< guarded by decodedMutex_
   mutable std::optional<OrvantaDevice> decoded_;  ///< guarded by decodedMutex_
+  /// The last stored bytes that did not decode, said once (guarded by decodedMutex_).
+  mutable std::optional<std::string> undecodable_;
 
   mutable std::mutex outcomeMutex_;
   RegistrationOutcome outcome_;  ///< guarded by outcomeMutex_

@@ -2,13 +2,22 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "core/logger.hpp"
 #include "core/os.hpp"
 #include "core/utf8.hpp"
+#include "storage/wal_check.hpp"
 
 namespace orvanta::detail {
 namespace {
@@ -101,6 +110,65 @@ class ResetGuard {
   Statement& statement_;
 };
 
+/// Result codes that tell of a damaged file rather than of a failed operation.
+bool isDamage(int code) {
+  const int primary = code & 0xFF;
+  return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+}
+
+/// The time now in UTC, as "20250102T030405Z".
+std::string utcStamp() {
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
+  return text;
+}
+
+/// Renames the database at `path` (and its log) "<path>.damaged-<UTC time>", keeping the latest
+/// `SqliteTable::kKeptDamagedFiles` of them; the new name. Throws a system error when the file
+/// can't be renamed.
+std::string keepDamagedFile(const std::string& path) {
+  namespace fs = std::filesystem;
+  const std::string prefix = fs::path(path).filename().string() + ".damaged-";
+  const std::string stamped = path + ".damaged-" + utcStamp();
+  std::string kept = stamped;
+  std::error_code ignored;
+  for (int n = 2; fs::exists(kept, ignored); ++n) {
+    kept = stamped + "-" + std::to_string(n);
+  }
+  std::error_code error;
+  fs::rename(path, kept, error);
+  if (error) {
+    throw Error(Error::Domain::system, error.value(),
+                "could not rename the damaged file " + path + ": " + error.message());
+  }
+  for (const char* suffix : {"-wal", "-journal"}) {
+    if (fs::exists(path + suffix, ignored)) {
+      fs::rename(path + suffix, kept + suffix, ignored);
+    }
+  }
+  fs::remove(path + "-shm", ignored);
+
+  std::vector<std::string> keptFiles;
+  for (const auto& entry : fs::directory_iterator(fs::path(path).parent_path(), ignored)) {
+    const std::string name = entry.path().filename().string();
+    if (name.starts_with(prefix) && !name.ends_with("-wal") && !name.ends_with("-journal") &&
+        !name.ends_with("-shm")) {
+      keptFiles.push_back(entry.path().string());
+    }
+  }
+  std::sort(keptFiles.begin(), keptFiles.end());  // the time stamps sort as the times do
+  while (keptFiles.size() > SqliteTable::kKeptDamagedFiles) {
+    for (const char* suffix : {"", "-wal", "-journal", "-shm"}) {
+      fs::remove(keptFiles.front() + suffix, ignored);
+    }
+    keptFiles.erase(keptFiles.begin());
+  }
+  return kept;
+}
+
 bool tableExists(sqlite3* connection, const std::string& name) {
   Statement statement(connection, "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?");
   statement.bindText(1, name);
@@ -117,14 +185,24 @@ void execute(sqlite3* connection, const std::string& sql) {
 }  // namespace
 
 struct SqliteTable::Impl : SqliteTable::RowReader {
-  ConnectionHandle connection;
+  std::string location;
+  port::Durability durability;
   TableBuilder table;
+  ConnectionHandle connection;
+  bool tableMade = false;
+  /// A statement met a damaged file: it is opened again (and checked) at the next call.
+  bool damaged = false;
+  bool walChecked = false;
+  bool openFailureSaid = false;
+  bool creationFailureSaid = false;
+  std::uint64_t generation = 0;
   std::unique_ptr<Statement> insert;
   std::unique_ptr<Statement> selectAll;
   std::unique_ptr<Statement> dataVersion;
   std::unique_ptr<Statement> begin;
   std::unique_ptr<Statement> commit;
   std::unique_ptr<Statement> rollback;
+  std::unique_ptr<Statement> checkpoint;
   std::map<std::string, std::unique_ptr<Statement>, std::less<>> deleteBy;
   /// Moving a row aside: savepoint, copy, delete, trim, release (prepared on first use).
   std::unique_ptr<Statement> asideSavepoint;
@@ -135,7 +213,267 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
   std::unique_ptr<Statement> asideRollback;
   std::int64_t lastDataVersion = -1;
 
-  explicit Impl(TableBuilder builder) : table(std::move(builder)) {}
+  Impl(std::string path, TableBuilder builder, port::Durability mode)
+      : location(std::move(path)), durability(mode), table(std::move(builder)) {}
+  ~Impl() override { close(); }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  bool isFile() const {
+    return !location.empty() && location != ":memory:" && !location.starts_with("file:");
+  }
+
+  /// The connection, with its table: the file is opened, and the table made, when that has not
+  /// been done yet or failed before. Throws what still fails.
+  sqlite3* ready() {
+    if (connection && damaged && sqlite3_get_autocommit(connection.get()) != 0) {
+      close();  // opened again below: the check at opening keeps the damaged file aside
+    }
+    if (!connection) {
+      try {
+        open();
+        openFailureSaid = false;
+      } catch (const Error& error) {
+        if (!openFailureSaid) {
+          openFailureSaid = true;
+          OrvantaLogger::error("Unable to open database " + location + ": " +
+                               error.localizedDescription());
+        }
+        throw;
+      }
+    }
+    if (!tableMade) {
+      makeTable();
+    }
+    return connection.get();
+  }
+
+  /// Runs `work` on the connection; a failure that tells of a damaged file is noted.
+  template <class Work>
+  auto guarded(Work&& work) -> decltype(work()) {
+    try {
+      return work();
+    } catch (const Error& error) {
+      if (error.domain() == Error::Domain::database && isDamage(error.code())) {
+        damaged = true;
+      }
+      throw;
+    }
+  }
+
+  /// Opens the file, all or nothing: on failure the connection is closed again.
+  void open() {
+    try {
+      openAndCheck();
+    } catch (...) {
+      close();
+      throw;
+    }
+  }
+
+  void openAndCheck() {
+    if (isFile()) {
+      // SQLite gives its journal files the database file's permissions: a file readable by its
+      // owner only keeps all three private. Failing here is not fatal; opening reports the rest.
+      os::makeOwnerOnlyFile(location, true);
+      for (const char* suffix : {"-wal", "-shm", "-journal"}) {
+        os::makeOwnerOnlyFile(location + suffix, false);
+      }
+      if (!walChecked) {
+        walChecked = true;
+        reportWalDamage();
+      }
+    }
+    connect();
+    tableMade = false;
+    damaged = false;
+    ++generation;
+    std::optional<std::string> problem = isFile() ? integrityProblem() : std::nullopt;
+    std::string kept;
+    if (problem) {
+      close();
+      kept = keepDamagedFile(location);
+      os::makeOwnerOnlyFile(location, true);
+      connect();
+    }
+    // Committed rows survive a killed process in WAL mode, and with synchronous=NORMAL a commit
+    // costs no fsync (FULL: one per commit, for hosts that must survive a power cut). A temporary
+    // database keeps its own journal mode; failing to switch is not fatal either (another
+    // connection may hold the file in rollback mode).
+    try {
+      execute(connection.get(), "PRAGMA journal_mode=WAL");
+      execute(connection.get(), durability == port::Durability::full ? "PRAGMA synchronous=FULL"
+                                                                     : "PRAGMA synchronous=NORMAL");
+      // A small page cache: flushes read rows from the decoded-row cache, and what SQLite misses
+      // is in the system's file cache. 256 KiB keeps the table's tail and the index's busy pages;
+      // more measured no faster and costs the host memory.
+      execute(connection.get(), "PRAGMA cache_size=-256");
+    } catch (const Error&) {  // NOLINT(bugprone-empty-catch): the defaults still work
+    }
+    dataVersion = std::make_unique<Statement>(connection.get(), "PRAGMA data_version");
+    lastDataVersion = readDataVersion();
+    if (problem) {
+      std::size_t copied = 0;
+      try {
+        makeTable();
+        copied = copyRowsFrom(kept);
+      } catch (const Error&) {  // NOLINT(bugprone-empty-catch): the table is made at next use
+      }
+      OrvantaLogger::error("The database " + location + " was damaged (" + *problem +
+                           "): kept as " + kept + " and made anew, with the " +
+                           std::to_string(copied) + " rows that could still be read");
+    }
+  }
+
+  void connect() {
+    sqlite3* raw = nullptr;
+    int code = sqlite3_open_v2(location.c_str(), &raw,
+                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
+                               nullptr);
+    connection.reset(raw);  // closed on every way out, even when opening failed
+    std::string reason;
+    if (code != SQLITE_OK) {
+      reason = raw != nullptr ? sqlite3_errmsg(raw) : sqlite3_errstr(code);
+      if (int system = raw != nullptr ? sqlite3_system_errno(raw) : 0; system != 0) {
+        reason += ": " + std::generic_category().message(system);
+      }
+    } else if (sqlite3_db_readonly(raw, "main") == 1) {
+      // SQLite falls back to reading a file it may not write; nothing could be stored in it.
+      code = SQLITE_READONLY;
+      reason = "the file can be read but not written";
+    }
+    if (code != SQLITE_OK) {
+      connection.reset();
+      throw Error(Error::Domain::database, code, reason);
+    }
+    sqlite3_busy_timeout(raw, 5000);
+  }
+
+  /// Statements first: closing a connection with live statements would keep it open.
+  void close() {
+    for (auto* statement :
+         {&insert, &selectAll, &dataVersion, &begin, &commit, &rollback, &checkpoint,
+          &asideSavepoint, &asideCopy, &asideDelete, &asideTrim, &asideRelease, &asideRollback}) {
+      statement->reset();
+    }
+    deleteBy.clear();
+    connection.reset();
+  }
+
+  void makeTable() {
+    const std::string& tableName = table.tableName();
+    try {
+      // Every launch after the first meets the table it made before; the statement is issued
+      // only when the table is missing, and another process making it meanwhile is met below.
+      if (!tableExists(connection.get(), tableName)) {
+        execute(connection.get(), table.createStatement());
+        try {
+          // On the disk now: until the next checkpoint a power cut would take the table away,
+          // and with it every event stored in it.
+          execute(connection.get(), "PRAGMA wal_checkpoint(PASSIVE)");
+        } catch (const Error&) {  // NOLINT(bugprone-empty-catch): synced at the next checkpoint
+        }
+      }
+    } catch (const Error& error) {
+      if (error.localizedDescription() !=
+          "table " + quoteIdentifier(tableName) + " already exists (code: 1)") {
+        if (!creationFailureSaid) {
+          creationFailureSaid = true;
+          OrvantaLogger::error("Unable to create database because: " +
+                               error.localizedDescription());
+        }
+        throw;
+      }
+    }
+    tableMade = true;
+    creationFailureSaid = false;
+  }
+
+  /// Why the open file is not a sound database (SQLite's quick check); none when it is. Throws
+  /// failures that say nothing of the file (busy, out of memory).
+  std::optional<std::string> integrityProblem() {
+    try {
+      Statement check(connection.get(), "PRAGMA quick_check(1)");
+      if (check.step() != SQLITE_ROW) {
+        return "no answer to the quick check";
+      }
+      const unsigned char* text = sqlite3_column_text(check.get(), 0);
+      std::string answer = text != nullptr ? reinterpret_cast<const char*>(text) : "";
+      if (answer == "ok") {
+        return std::nullopt;
+      }
+      return answer;
+    } catch (const Error& error) {
+      if (isDamage(error.code())) {
+        return error.localizedDescription();
+      }
+      throw;
+    }
+  }
+
+  /// Copies the rows of the table that still read from the database at `path` into this one, in
+  /// one transaction (with their row ids, rows breaking a constraint left out). How many.
+  std::size_t copyRowsFrom(const std::string& path) {
+    sqlite3* raw = nullptr;
+    int code = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE, nullptr);
+    ConnectionHandle source(raw);
+    if (code != SQLITE_OK) {
+      return 0;
+    }
+    // The kept file stays as it was found: its log is read, never copied into it.
+    sqlite3_db_config(raw, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    std::string columns = "rowid";
+    std::string placeholders = "?";
+    for (const auto& column : table.columns()) {
+      columns += ", " + quoteIdentifier(column.name);
+      placeholders += ", ?";
+    }
+    const std::string name = quoteIdentifier(table.tableName());
+    std::size_t copied = 0;
+    try {
+      Statement select(raw, "SELECT " + columns + " FROM " + name);
+      Statement copy(connection.get(), "INSERT OR IGNORE INTO " + name + " (" + columns +
+                                           ") VALUES (" + placeholders + ")");
+      execute(connection.get(), "BEGIN");
+      // Rows up to the first one the damage makes unreadable.
+      while (sqlite3_step(select.get()) == SQLITE_ROW) {
+        ResetGuard guard(copy);
+        const int count = sqlite3_column_count(select.get());
+        for (int i = 0; i < count; ++i) {
+          sqlite3_bind_value(copy.get(), i + 1, sqlite3_column_value(select.get(), i));
+        }
+        copy.step();
+        copied += static_cast<std::size_t>(sqlite3_changes(connection.get()));
+      }
+      execute(connection.get(), "COMMIT");
+    } catch (const Error&) {
+      if (sqlite3_get_autocommit(connection.get()) == 0) {
+        sqlite3_exec(connection.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+      }
+      copied = 0;
+    }
+    source.reset();
+    std::error_code ignored;
+    std::filesystem::remove(path + "-shm", ignored);
+    return copied;
+  }
+
+  /// One warning when SQLite is about to drop part of the write-ahead log silently.
+  void reportWalDamage() {
+    constexpr std::size_t kMaxCheckedBytes = std::size_t{64} << 20;
+    const std::string wal = location + "-wal";
+    std::error_code error;
+    const auto size = std::filesystem::file_size(wal, error);
+    if (error || size == 0 || size > kMaxCheckedBytes) {
+      return;
+    }
+    std::ifstream file(wal, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (auto damage = walDamage(bytes)) {
+      OrvantaLogger::warning("The write-ahead log " + wal + " is damaged (" + *damage +
+                             "): the database is opened as it was before it");
+    }
+  }
 
   /// The current row of `selectAll` (column 0 is the row id).
   RowValues values() const override {
@@ -191,135 +529,84 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
   }
 
   void run(std::unique_ptr<Statement>& statement, const char* sql) {
-    if (!statement) {
-      statement = std::make_unique<Statement>(connection.get(), sql);
-    }
-    ResetGuard guard(*statement);
-    statement->step();
+    sqlite3* db = ready();
+    guarded([&] {
+      if (!statement) {
+        statement = std::make_unique<Statement>(db, sql);
+      }
+      ResetGuard guard(*statement);
+      statement->step();
+    });
   }
 };
 
-SqliteTable::SqliteTable(const std::string& location, TableBuilder table)
-    : impl_(std::make_unique<Impl>(std::move(table))) {
+SqliteTable::SqliteTable(const std::string& location, TableBuilder table,
+                         port::Durability durability)
+    : impl_(std::make_unique<Impl>(location, std::move(table), durability)) {
   for (const auto& column : impl_->table.columns()) {
     if (column.primaryKey) {
       primaryKey_ = column.name;
       break;
     }
   }
-
-  if (!location.empty() && location != ":memory:" && !location.starts_with("file:")) {
-    // SQLite gives its journal files the database file's permissions: a file readable by its
-    // owner only keeps all three private. Failing here is not fatal; opening reports the rest.
-    os::makeOwnerOnlyFile(location, true);
-    for (const char* suffix : {"-wal", "-shm", "-journal"}) {
-      os::makeOwnerOnlyFile(location + suffix, false);
-    }
-  }
-
-  sqlite3* raw = nullptr;
-  int code =
-      sqlite3_open_v2(location.c_str(), &raw,
-                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
-  impl_->connection.reset(raw);  // closed on every way out, even when opening failed
-  if (code != SQLITE_OK) {
-    throw sqliteError(raw, code);
-  }
-  sqlite3* connection = impl_->connection.get();
-  sqlite3_busy_timeout(connection, 5000);
-
-  // Committed rows survive a killed process in WAL mode with synchronous=NORMAL, and a commit
-  // costs no fsync. A temporary database keeps its own journal mode; failing to switch is not
-  // fatal either (another connection may hold the file in rollback mode).
   try {
-    execute(connection, "PRAGMA journal_mode=WAL");
-    execute(connection, "PRAGMA synchronous=NORMAL");
-    // A small page cache: flushes read rows from the decoded-row cache, and what SQLite misses is
-    // in the system's file cache. 256 KiB keeps the table's tail and the index's busy pages; more
-    // measured no faster and costs the host memory.
-    execute(connection, "PRAGMA cache_size=-256");
-  } catch (const Error&) {  // NOLINT(bugprone-empty-catch): the defaults still work
+    impl_->ready();
+  } catch (const Error&) {  // NOLINT(bugprone-empty-catch): logged; the next call tries again
   }
-
-  const std::string& tableName = impl_->table.tableName();
-  try {
-    // Every launch after the first meets the table it made before; the statement is issued only
-    // when the table is missing, and another process making it meanwhile is met as below.
-    if (!tableExists(connection, tableName)) {
-      execute(connection, impl_->table.createStatement());
-    }
-  } catch (const Error& error) {
-    if (error.localizedDescription() !=
-        "table " + quoteIdentifier(tableName) + " already exists (code: 1)") {
-      OrvantaLogger::error("Unable to create database because: " + error.localizedDescription());
-    }
-  }
-
-  impl_->dataVersion = std::make_unique<Statement>(connection, "PRAGMA data_version");
-  impl_->lastDataVersion = impl_->readDataVersion();
 }
 
-SqliteTable::~SqliteTable() {
-  if (impl_) {
-    // Statements first: closing a connection with live statements would keep it open.
-    impl_->insert.reset();
-    impl_->selectAll.reset();
-    impl_->dataVersion.reset();
-    impl_->begin.reset();
-    impl_->commit.reset();
-    impl_->rollback.reset();
-    impl_->deleteBy.clear();
-    for (auto* statement : {&impl_->asideSavepoint, &impl_->asideCopy, &impl_->asideDelete,
-                            &impl_->asideTrim, &impl_->asideRelease, &impl_->asideRollback}) {
-      statement->reset();
-    }
-  }
-}
+SqliteTable::~SqliteTable() = default;
 
 std::int64_t SqliteTable::insert(const RowValues& row) {
-  // Prepared on first use, so that a table that could not be created fails here, in the call
-  // that needs it.
-  if (!impl_->insert) {
-    std::string columns;
-    std::string placeholders;
-    for (const auto& column : impl_->table.columns()) {
-      columns += columns.empty() ? "" : ", ";
-      placeholders += placeholders.empty() ? "?" : ", ?";
-      columns += quoteIdentifier(column.name);
+  sqlite3* connection = impl_->ready();
+  return impl_->guarded([&] {
+    if (!impl_->insert) {
+      std::string columns;
+      std::string placeholders;
+      for (const auto& column : impl_->table.columns()) {
+        columns += columns.empty() ? "" : ", ";
+        placeholders += placeholders.empty() ? "?" : ", ?";
+        columns += quoteIdentifier(column.name);
+      }
+      impl_->insert = std::make_unique<Statement>(
+          connection, "INSERT INTO " + quoteIdentifier(impl_->table.tableName()) + " (" + columns +
+                          ") VALUES (" + placeholders + ")");
     }
-    impl_->insert = std::make_unique<Statement>(
-        impl_->connection.get(), "INSERT INTO " + quoteIdentifier(impl_->table.tableName()) + " (" +
-                                     columns + ") VALUES (" + placeholders + ")");
-  }
-  Statement& statement = *impl_->insert;
-  ResetGuard guard(statement);
-  const std::size_t count = impl_->table.columns().size();
-  for (std::size_t i = 0; i < count; ++i) {
-    statement.bindValue(static_cast<int>(i) + 1, row, i);
-  }
-  statement.step();
-  return sqlite3_last_insert_rowid(impl_->connection.get());
+    Statement& statement = *impl_->insert;
+    ResetGuard guard(statement);
+    const std::size_t count = impl_->table.columns().size();
+    for (std::size_t i = 0; i < count; ++i) {
+      statement.bindValue(static_cast<int>(i) + 1, row, i);
+    }
+    statement.step();
+    return sqlite3_last_insert_rowid(connection);
+  });
 }
 
 void SqliteTable::beginScan() {
-  if (!impl_->selectAll) {
-    std::string columns;
-    for (const auto& column : impl_->table.columns()) {
-      columns += columns.empty() ? "" : ", ";
-      columns += quoteIdentifier(column.name);
+  sqlite3* connection = impl_->ready();
+  impl_->guarded([&] {
+    if (!impl_->selectAll) {
+      std::string columns;
+      for (const auto& column : impl_->table.columns()) {
+        columns += columns.empty() ? "" : ", ";
+        columns += quoteIdentifier(column.name);
+      }
+      impl_->selectAll = std::make_unique<Statement>(
+          connection, "SELECT rowid, " + columns + " FROM " +
+                          quoteIdentifier(impl_->table.tableName()) + " ORDER BY rowid");
     }
-    impl_->selectAll = std::make_unique<Statement>(
-        impl_->connection.get(), "SELECT rowid, " + columns + " FROM " +
-                                     quoteIdentifier(impl_->table.tableName()) + " ORDER BY rowid");
-  }
+  });
 }
 
 bool SqliteTable::stepScan(std::int64_t& rowId) {
-  if (impl_->selectAll->step() != SQLITE_ROW) {
-    return false;
-  }
-  rowId = sqlite3_column_int64(impl_->selectAll->get(), 0);
-  return true;
+  return impl_->guarded([&] {
+    if (impl_->selectAll->step() != SQLITE_ROW) {
+      return false;
+    }
+    rowId = sqlite3_column_int64(impl_->selectAll->get(), 0);
+    return true;
+  });
 }
 
 const SqliteTable::RowReader& SqliteTable::scanReader() const {
@@ -333,77 +620,80 @@ void SqliteTable::endScan() {
 }
 
 void SqliteTable::deleteWhere(std::string_view column, std::string_view value) {
-  auto found = impl_->deleteBy.find(column);
-  if (found == impl_->deleteBy.end()) {
-    bool known = false;
-    for (const auto& definition : impl_->table.columns()) {
-      known = known || definition.name == column;
-    }
-    if (!known) {
-      throw Error(Error::Domain::database, SQLITE_ERROR, "no such column: " + std::string(column));
-    }
-    auto statement = std::make_unique<Statement>(
-        impl_->connection.get(), "DELETE FROM " + quoteIdentifier(impl_->table.tableName()) +
-                                     " WHERE (" + quoteIdentifier(std::string(column)) + " = ?)");
-    found = impl_->deleteBy.emplace(std::string(column), std::move(statement)).first;
+  bool known = false;
+  for (const auto& definition : impl_->table.columns()) {
+    known = known || definition.name == column;
   }
-  Statement& statement = *found->second;
-  ResetGuard guard(statement);
-  statement.bindText(1, value);
-  statement.step();
+  if (!known) {
+    throw Error(Error::Domain::database, SQLITE_ERROR, "no such column: " + std::string(column));
+  }
+  sqlite3* connection = impl_->ready();
+  impl_->guarded([&] {
+    auto found = impl_->deleteBy.find(column);
+    if (found == impl_->deleteBy.end()) {
+      auto statement = std::make_unique<Statement>(
+          connection, "DELETE FROM " + quoteIdentifier(impl_->table.tableName()) + " WHERE (" +
+                          quoteIdentifier(std::string(column)) + " = ?)");
+      found = impl_->deleteBy.emplace(std::string(column), std::move(statement)).first;
+    }
+    Statement& statement = *found->second;
+    ResetGuard guard(statement);
+    statement.bindText(1, value);
+    statement.step();
+  });
 }
 
 void SqliteTable::setAside(std::int64_t rowId, std::string_view reason, std::size_t keep) {
-  sqlite3* connection = impl_->connection.get();
-  if (!impl_->asideCopy) {
-    const std::string table = quoteIdentifier(impl_->table.tableName());
-    const std::string aside = quoteIdentifier(impl_->table.tableName() + kAsideSuffix);
-    std::string columns;
-    for (const auto& column : impl_->table.columns()) {
-      columns += columns.empty() ? "" : ", ";
-      columns += quoteIdentifier(column.name);
+  sqlite3* connection = impl_->ready();
+  impl_->guarded([&] {
+    if (!impl_->asideCopy) {
+      const std::string table = quoteIdentifier(impl_->table.tableName());
+      const std::string aside = quoteIdentifier(impl_->table.tableName() + kAsideSuffix);
+      std::string columns;
+      for (const auto& column : impl_->table.columns()) {
+        columns += columns.empty() ? "" : ", ";
+        columns += quoteIdentifier(column.name);
+      }
+      execute(connection, "CREATE TABLE IF NOT EXISTS " + aside + " (" + columns +
+                              ", \"reason\" TEXT, \"setAsideAt\" REAL)");
+      impl_->asideSavepoint = std::make_unique<Statement>(connection, "SAVEPOINT aside");
+      impl_->asideCopy = std::make_unique<Statement>(
+          connection, "INSERT INTO " + aside + " (" + columns +
+                          ", \"reason\", \"setAsideAt\") SELECT " + columns +
+                          ", ?, CAST(strftime('%s', 'now') AS REAL) FROM " + table +
+                          " WHERE rowid = ?");
+      impl_->asideDelete =
+          std::make_unique<Statement>(connection, "DELETE FROM " + table + " WHERE rowid = ?");
+      impl_->asideTrim = std::make_unique<Statement>(
+          connection,
+          "DELETE FROM " + aside + " WHERE rowid <= (SELECT max(rowid) FROM " + aside + ") - ?");
+      impl_->asideRelease = std::make_unique<Statement>(connection, "RELEASE aside");
+      impl_->asideRollback = std::make_unique<Statement>(connection, "ROLLBACK TO aside");
     }
-    execute(connection, "CREATE TABLE IF NOT EXISTS " + aside + " (" + columns +
-                            ", \"reason\" TEXT, \"setAsideAt\" REAL)");
-    impl_->asideSavepoint = std::make_unique<Statement>(connection, "SAVEPOINT aside");
-    impl_->asideCopy = std::make_unique<Statement>(
-        connection, "INSERT INTO " + aside + " (" + columns + ", \"reason\", \"setAsideAt\") SELECT " +
-                        columns + ", ?, CAST(strftime('%s', 'now') AS REAL) FROM " + table +
-                        " WHERE rowid = ?");
-    impl_->asideDelete =
-        std::make_unique<Statement>(connection, "DELETE FROM " + table + " WHERE rowid = ?");
-    impl_->asideTrim = std::make_unique<Statement>(
-        connection, "DELETE FROM " + aside + " WHERE rowid <= (SELECT max(rowid) FROM " + aside +
-                        ") - ?");
-    impl_->asideRelease = std::make_unique<Statement>(connection, "RELEASE aside");
-    impl_->asideRollback = std::make_unique<Statement>(connection, "ROLLBACK TO aside");
-  }
-  auto run = [](Statement& statement, auto&& bind) {
-    ResetGuard guard(statement);
-    bind(statement);
-    statement.step();
-  };
-  run(*impl_->asideSavepoint, [](Statement&) {});
-  try {
-    run(*impl_->asideCopy, [&](Statement& statement) {
-      statement.bindText(1, reason);
-      statement.bindInteger(2, rowId);
-    });
-    run(*impl_->asideDelete, [&](Statement& statement) {
-      statement.bindInteger(1, rowId);
-    });
-    run(*impl_->asideTrim, [&](Statement& statement) {
-      statement.bindInteger(1, static_cast<std::int64_t>(keep));
-    });
-  } catch (...) {
+    auto run = [](Statement& statement, auto&& bind) {
+      ResetGuard guard(statement);
+      bind(statement);
+      statement.step();
+    };
+    run(*impl_->asideSavepoint, [](Statement&) {});
     try {
-      run(*impl_->asideRollback, [](Statement&) {});
-      run(*impl_->asideRelease, [](Statement&) {});
-    } catch (...) {  // NOLINT(bugprone-empty-catch): the first failure is the one reported
+      run(*impl_->asideCopy, [&](Statement& statement) {
+        statement.bindText(1, reason);
+        statement.bindInteger(2, rowId);
+      });
+      run(*impl_->asideDelete, [&](Statement& statement) { statement.bindInteger(1, rowId); });
+      run(*impl_->asideTrim,
+          [&](Statement& statement) { statement.bindInteger(1, static_cast<std::int64_t>(keep)); });
+    } catch (...) {
+      try {
+        run(*impl_->asideRollback, [](Statement&) {});
+        run(*impl_->asideRelease, [](Statement&) {});
+      } catch (...) {  // NOLINT(bugprone-empty-catch): the first failure is the one reported
+      }
+      throw;
     }
-    throw;
-  }
-  run(*impl_->asideRelease, [](Statement&) {});
+    run(*impl_->asideRelease, [](Statement&) {});
+  });
 }
 
 void SqliteTable::begin() {
@@ -418,12 +708,20 @@ void SqliteTable::rollback() {
   impl_->run(impl_->rollback, "ROLLBACK");
 }
 
+void SqliteTable::checkpoint() {
+  impl_->run(impl_->checkpoint, "PRAGMA wal_checkpoint(PASSIVE)");
+}
+
+std::uint64_t SqliteTable::generation() const {
+  return impl_->generation;
+}
+
 const TableBuilder& SqliteTable::table() const {
   return impl_->table;
 }
 
 bool SqliteTable::changedElsewhere() {
-  std::int64_t version = impl_->readDataVersion();
+  std::int64_t version = impl_->guarded([&] { return impl_->readDataVersion(); });
   bool changed = version != impl_->lastDataVersion;
   impl_->lastDataVersion = version;
   return changed;
@@ -499,6 +797,10 @@ nlohmann::json jsonFromRowValues(const TableBuilder& table, const RowValues& val
     }
   }
   return row;
+}
+
+bool isConstraintFailure(const Error& error) {
+  return error.domain() == Error::Domain::database && (error.code() & 0xFF) == SQLITE_CONSTRAINT;
 }
 
 Error storageErrorFromCurrentException() {

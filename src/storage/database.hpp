@@ -13,6 +13,7 @@
 
 #include "core/json_coding.hpp"
 #include "orvanta/error.hpp"
+#include "orvanta/port/file_locations.hpp"
 #include "storage/row_values.hpp"
 #include "storage/table_builder.hpp"
 
@@ -80,6 +81,10 @@ nlohmann::json jsonFromRowValues(const TableBuilder& table, const RowValues& val
 
 /// Turns what a record's `toJson` / `fromJson` threw into the kit's error.
 Error storageErrorFromCurrentException();
+
+/// Whether `error` is a row the table refuses (a key already stored, a required value missing),
+/// rather than a failure of the storage itself.
+bool isConstraintFailure(const Error& error);
 
 }  // namespace detail
 
@@ -157,22 +162,55 @@ class DatabaseProtocol {
   /// read by the kit again. The side table keeps the latest `kMaxRowsAside` rows.
   virtual void setAside(std::int64_t rowId, std::string_view reason) = 0;
 
+  /// A stored row that does not read back.
+  struct DamagedRow {
+    std::int64_t rowId;
+    std::string primaryKey;  ///< the text of its key column, as stored
+    Error error;             ///< why it does not read back
+  };
+  /// Every row that does not read back (those that make `allRows` fail), in row-id order.
+  virtual std::vector<DamagedRow> damagedRows() = 0;
+
+  /// Makes every commit so far durable: the write-ahead log is synced, copied into the file and
+  /// the file synced (a checkpoint). Commits are otherwise synced as `port::Durability` says.
+  virtual void checkpoint() = 0;
+
   static constexpr std::size_t kMaxRowsAside = 1000;
+};
+
+/// How a `Database` opens its file.
+struct DatabaseOptions {
+  port::Durability durability = port::Durability::normal;
+  /// The bytes of rows kept in memory: 4 MiB, about 16,000 typical events.
+  std::size_t maxCachedBytes = std::size_t{4} << 20;
 };
 
 namespace detail {
 
 /// The SQLite side of `Database`: one connection, its prepared statements and the JSON form of
 /// rows. Not a template, so SQLite stays out of the headers.
+///
+/// The connection and the table are made at construction and, when that failed, again by the next
+/// call that needs them (which throws what still fails): a file that could not be opened is
+/// opened afresh, a table that could not be created (a full disk) is created then. A file found
+/// damaged is kept aside and replaced (see the constructor), also when a statement meets the
+/// damage later on: the next call outside a transaction opens the file again.
 class SqliteTable {
  public:
   /// Opens (creating if needed) the file at `location` read-write; the empty location opens a
   /// private temporary database. A file the kit creates is readable by its owner only (0600), and
   /// so are the journal files SQLite makes beside it; an existing one is narrowed to that. WAL
-  /// journal, synchronous=NORMAL, busy time-out of 5 s. Then creates the table, silently accepting
-  /// "already exists" and logging any other failure. Throws the SQLite error when the file can't
-  /// be opened.
-  SqliteTable(const std::string& location, TableBuilder table);
+  /// journal, synchronous=NORMAL (FULL for `Durability::full`), busy time-out of 5 s. Then creates
+  /// the table, silently accepting "already exists" and logging any other failure; a table made
+  /// here is synced to the disk at once.
+  ///
+  /// Failures are logged once each, and tried again by the next call: a file that can't be opened
+  /// for writing (one error line with the path and the reason); a write-ahead log whose frames
+  /// SQLite will drop (one warning); a file that is not a database or fails SQLite's quick check
+  /// is renamed "<name>.damaged-<UTC time>" (the latest `kKeptDamagedFiles` are kept), the rows
+  /// that still read are copied into a new file, and one error line names the kept file.
+  SqliteTable(const std::string& location, TableBuilder table,
+              port::Durability durability = port::Durability::normal);
   ~SqliteTable();
   SqliteTable(const SqliteTable&) = delete;
   SqliteTable& operator=(const SqliteTable&) = delete;
@@ -226,6 +264,15 @@ class SqliteTable {
   void commit();
   void rollback();
 
+  /// PRAGMA wal_checkpoint(PASSIVE): the log synced, copied into the file, the file synced.
+  void checkpoint();
+
+  /// How many damaged files are kept beside the database.
+  static constexpr std::size_t kKeptDamagedFiles = 3;
+
+  /// Counts the times the file was opened: rows read before a change of it belong to another file.
+  std::uint64_t generation() const;
+
   /// True when another connection has committed a change since the last call (PRAGMA
   /// data_version).
   bool changedElsewhere();
@@ -262,14 +309,14 @@ class Database final : public DatabaseProtocol<T> {
  public:
   using Row = typename DatabaseProtocol<T>::Row;
 
-  /// 4 MiB: about 16,000 typical events.
-  static constexpr std::size_t kDefaultMaxCachedBytes = std::size_t{4} << 20;
+  static constexpr std::size_t kDefaultMaxCachedBytes = DatabaseOptions{}.maxCachedBytes;
 
   /// Opens the database at `connectionLocation` (a file path, or "" for a temporary one) and
-  /// creates the table. Throws the SQLite error when the connection can't be opened.
-  explicit Database(const std::string& connectionLocation,
-                    std::size_t maxCachedBytes = kDefaultMaxCachedBytes)
-      : table_(connectionLocation, detail::tableOf<T>()), maxCachedBytes_(maxCachedBytes) {}
+  /// creates the table (see `detail::SqliteTable`). Never throws: what failed is tried again by
+  /// the next call, which throws when it still fails.
+  explicit Database(const std::string& connectionLocation, DatabaseOptions options = {})
+      : table_(connectionLocation, detail::tableOf<T>(), options.durability),
+        maxCachedBytes_(options.maxCachedBytes) {}
 
   void add(const T& record) override {
     detail::RowValues values = encode(record);
@@ -288,8 +335,10 @@ class Database final : public DatabaseProtocol<T> {
         // Asked within the scan's own read transaction: it costs no locking of its own. (An
         // empty table leaves nothing cached to check.)
         checked = true;
-        if (table_.changedElsewhere()) {
+        // A file opened again (found damaged, say) holds other rows than the ones kept.
+        if (table_.changedElsewhere() || generation_ != table_.generation()) {
           forget();
+          generation_ = table_.generation();
           cacheChanged = true;
         }
       }
@@ -350,6 +399,21 @@ class Database final : public DatabaseProtocol<T> {
     // The cached copy is dropped by the next `allRows`, which no longer meets its row id.
   }
 
+  std::vector<typename DatabaseProtocol<T>::DamagedRow> damagedRows() override {
+    std::vector<typename DatabaseProtocol<T>::DamagedRow> damaged;
+    table_.scan([&](std::int64_t rowId, const detail::SqliteTable::RowReader& reader) {
+      StoredRecord<T> row(rowId, reader.values());
+      try {
+        row.check();
+      } catch (const Error& error) {
+        damaged.push_back({rowId, std::string(row.primaryKey()), error});
+      }
+    });
+    return damaged;
+  }
+
+  void checkpoint() override { table_.checkpoint(); }
+
   /// Rows held in memory now, and their bytes.
   std::size_t cachedRows() const { return cache_.size(); }
   std::size_t cachedBytes() const { return cachedBytes_; }
@@ -395,6 +459,7 @@ class Database final : public DatabaseProtocol<T> {
   }
 
   detail::SqliteTable table_;
+  std::uint64_t generation_ = 0;
   std::size_t maxCachedBytes_;
   std::vector<Row> cache_;  ///< sorted by row id
   std::size_t cachedBytes_ = 0;

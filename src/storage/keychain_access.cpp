@@ -2,6 +2,7 @@
 
 #include <array>
 #include <utility>
+#include <vector>
 
 namespace orvanta {
 namespace {
@@ -37,19 +38,55 @@ KeychainAccess::KeychainAccess(std::shared_ptr<port::SecureStore> store)
     : store_(std::move(store)) {}
 
 void KeychainAccess::set(const std::optional<Bytes>& data, const std::string& key) {
-  std::lock_guard lock(lock_);
-  removeLocked(key);
-  if (!data) {
-    return;
-  }
-  if (store_->add(key, stringFromBytes(*data)) != port::SecureStoreStatus::success) {
-    throw makeError(Error::couldNotWriteData);
-  }
+  write(data, key, false);
+}
+
+void KeychainAccess::setKeepingOnFailure(const std::optional<Bytes>& data, const std::string& key) {
+  write(data, key, true);
 }
 
 void KeychainAccess::remove(const std::string& key) {
+  write(std::nullopt, key, false);
+}
+
+void KeychainAccess::write(const std::optional<Bytes>& data, const std::string& key, bool keep) {
   std::lock_guard lock(lock_);
-  removeLocked(key);
+  writeUnsavedLocked(key);
+  writeLocked(key, data ? std::optional<std::string>(stringFromBytes(*data)) : std::nullopt, keep);
+}
+
+void KeychainAccess::writeLocked(const std::string& key, const std::optional<std::string>& value,
+                                 bool keep) {
+  try {
+    removeLocked(key);
+    if (value && store_->add(key, *value) != port::SecureStoreStatus::success) {
+      throw makeError(Error::couldNotWriteData);
+    }
+  } catch (const orvanta::Error&) {
+    if (keep) {
+      unsaved_[key] = value;
+    } else {
+      unsaved_.erase(key);  // the latest value asked for is not kept: none is
+    }
+    throw;
+  }
+  unsaved_.erase(key);
+}
+
+void KeychainAccess::writeUnsavedLocked(const std::string& key) {
+  std::vector<std::string> keys;
+  for (const auto& entry : unsaved_) {
+    if (entry.first != key) {
+      keys.push_back(entry.first);
+    }
+  }
+  for (const auto& unsaved : keys) {
+    try {
+      const std::optional<std::string> value = unsaved_.at(unsaved);
+      writeLocked(unsaved, value, true);
+    } catch (const orvanta::Error&) {  // NOLINT(bugprone-empty-catch): kept for the next write
+    }
+  }
 }
 
 void KeychainAccess::removeLocked(const std::string& key) {

@@ -8,7 +8,15 @@
 
 namespace orvanta::port {
 
-enum class LifecycleEvent { didFinishLaunching, willEnterForeground, didEnterBackground };
+/// The application's moves. `willSuspend`: the process is about to be suspended (posted by
+/// `HostLifecycle::willSuspend`, after the background tasks have expired); the kit makes what it
+/// stored durable then.
+enum class LifecycleEvent {
+  didFinishLaunching,
+  willEnterForeground,
+  didEnterBackground,
+  willSuspend
+};
 
 using BackgroundTaskId = std::uint64_t;
 inline constexpr BackgroundTaskId kInvalidBackgroundTask = 0;

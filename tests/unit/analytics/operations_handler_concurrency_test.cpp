@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -21,6 +22,7 @@
 #include "storage/common_data.hpp"
 #include "testing/mock_devices_service.hpp"
 #include "testing/platform_test.hpp"
+#include "testing/storage_faults.hpp"
 #include "testing/temporary_directory.hpp"
 #include "user/orvanta_user_data_impl.hpp"
 
@@ -84,6 +86,39 @@ class AnsweringService : public EventsServiceProtocol {
   OwnedThread thread_;
 };
 
+/// Tracks 60 events from each of three threads at once, each event followed by a flush, calling
+/// `before(producer, index)` before each. The events' keys.
+std::set<std::string> trackFromThreads(OrvantaAnalyticsOperationsHandler& handler,
+                                       const std::function<void(int, int)>& before = {}) {
+  constexpr int kProducers = 3;
+  constexpr int kEvents = 60;
+  std::mutex trackedMutex;
+  std::set<std::string> tracked;
+  std::vector<std::thread> producers;
+  for (int p = 0; p < kProducers; ++p) {
+    producers.emplace_back([&, p] {
+      for (int i = 0; i < kEvents; ++i) {
+        if (before) {
+          before(p, i);
+        }
+        auto event = std::make_shared<const OrvantaEvent>(
+            "token", "app", "p" + std::to_string(p) + "-" + std::to_string(i), 1.0 * i,
+            ValueMap{{"i", i}});
+        {
+          std::lock_guard lock(trackedMutex);
+          tracked.insert(event->uuidId);
+        }
+        handler.addEventToDatabase(event);
+        handler.postEventsFromDatabase();
+      }
+    });
+  }
+  for (auto& producer : producers) {
+    producer.join();
+  }
+  return tracked;
+}
+
 TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothing) {
   testing::TemporaryDirectory root;
   auto database = std::make_shared<Database<OrvantaEvent>>(root.file("events.sqlite"));
@@ -93,32 +128,7 @@ TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothi
   std::shared_ptr<EventsServiceProtocol> borrowed(std::shared_ptr<void>{}, &service);
   auto handler =
       OrvantaAnalyticsOperationsHandler::make({database, [borrowed] { return borrowed; }});
-
-  constexpr int kProducers = 3;
-  constexpr int kEvents = 60;
-  std::mutex trackedMutex;
-  std::set<std::string> tracked;
-  {
-    std::vector<std::thread> producers;
-    for (int p = 0; p < kProducers; ++p) {
-      producers.emplace_back([&, p] {
-        for (int i = 0; i < kEvents; ++i) {
-          auto event = std::make_shared<const OrvantaEvent>(
-              "token", "app", "p" + std::to_string(p) + "-" + std::to_string(i), 1.0 * i,
-              ValueMap{{"i", i}});
-          {
-            std::lock_guard lock(trackedMutex);
-            tracked.insert(event->uuidId);
-          }
-          handler->addEventToDatabase(event);
-          handler->postEventsFromDatabase();
-        }
-      });
-    }
-    for (auto& producer : producers) {
-      producer.join();
-    }
-  }
+  const std::set<std::string> tracked = trackFromThreads(*handler);
 
   // Flush until every row is gone: each flush delivers two of three remaining rows at least.
   for (int round = 0; round < 50; ++round) {
@@ -131,6 +141,36 @@ TEST(OperationsHandlerConcurrencyTest, ProducersPostsAndDeletionsAtOnceLoseNothi
   handler->waitUntilIdle();
   EXPECT_TRUE(database->allRows().empty());
   EXPECT_EQ(service.delivered(), tracked);
+}
+
+// The same while the disk fills, empties, turns read-only and back under the producers, the
+// posts' deletions and the deleter's retries: events wait in memory, deletions are tried again,
+// and every event is delivered in the end.
+TEST(OperationsHandlerConcurrencyTest, TheDiskComingAndGoingUnderEveryThreadLosesNothing) {
+  testing::TemporaryDirectory root;
+  testing::FaultyDisk disk;
+  auto database = std::make_shared<Database<OrvantaEvent>>(root.file("events.sqlite"));
+  AnsweringService service;
+  std::shared_ptr<EventsServiceProtocol> borrowed(std::shared_ptr<void>{}, &service);
+  auto handler =
+      OrvantaAnalyticsOperationsHandler::make({database, [borrowed] { return borrowed; }});
+  using Fault = testing::FaultyDisk::Fault;
+  const std::set<std::string> tracked = trackFromThreads(*handler, [&](int p, int i) {
+    const Fault faults[] = {Fault::full, Fault::none, Fault::readOnly, Fault::none};
+    if (i % 5 == 0) {
+      disk.setFault(faults[(i / 5 + p) % 4]);  // under the other producers' feet
+    }
+  });
+
+  // Each flush stores what waits in memory and delivers two of three remaining events at least.
+  disk.setFault(testing::FaultyDisk::Fault::none);
+  for (int round = 0; round < 50 && service.delivered() != tracked; ++round) {
+    handler->postEventsFromDatabase();
+    handler->waitUntilIdle();
+  }
+  EXPECT_EQ(handler->eventsHeldInMemory(), 0u);
+  EXPECT_EQ(service.delivered(), tracked);
+  handler.reset();
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ TEST(FuzzInputsTest, RecordDecodersSurviveEveryKeptInput) {
   EXPECT_GT(replay("fuzz_payload_userinfo", fuzzing::payloadFromUserInfo), 0u);
   EXPECT_GT(replay("fuzz_device_record", fuzzing::deviceRecord), 0u);
   EXPECT_GT(replay("fuzz_push_message", fuzzing::pushMessage), 0u);
+  EXPECT_GT(replay("fuzz_event_row", fuzzing::eventRow), 0u);
 }
 
 }  // namespace

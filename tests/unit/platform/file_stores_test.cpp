@@ -133,7 +133,10 @@ TEST(JsonPreferencesStoreTest, DamagedFileReadsAsEmptyWarnsOnceAndIsReplaced) {
   for (const char* damaged : {"{\"flag\": tru", "[1, 2]", "\xFF\xFE", ""}) {
     testing::writeFile(path, damaged);
     int warnings = 0;
-    JsonPreferencesStore store(path, [&](std::string_view) { ++warnings; });
+    JsonPreferencesStore store(path, [&](OrvantaLogger::LogLevel level, std::string_view) {
+      warnings += level == OrvantaLogger::LogLevel::warning ? 1 : 100;
+      return true;
+    });
     EXPECT_EQ(store.object("flag"), std::nullopt);
     EXPECT_EQ(store.object("other"), std::nullopt);
     EXPECT_EQ(warnings, 1) << damaged;

@@ -1,5 +1,5 @@
-// Warnings of the Linux preferences store, where the store cannot be written (as when neither
-// HOME nor XDG_CONFIG_HOME is set).
+// Lines of the Linux preferences store, where the store cannot be written (as when neither HOME
+// nor XDG_CONFIG_HOME is set).
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ class PreferencesWarningsTest : public testing::PlatformTest {
   }
 };
 
-TEST_F(PreferencesWarningsTest, NothingWhileLoggingIsOffThenOnceThroughTheLogger) {
+TEST_F(PreferencesWarningsTest, NothingWhileLoggingIsOffThenOneErrorThroughTheLogger) {
   auto& preferences = *platform()->preferences;
   for (int i = 0; i < 3; ++i) {
     detail::setLoggingEnabled(preferences, false);  // every configuration does this
@@ -35,8 +35,9 @@ TEST_F(PreferencesWarningsTest, NothingWhileLoggingIsOffThenOnceThroughTheLogger
   }
   auto lines = logSink().linesContaining("Could not write the preferences file");
   ASSERT_EQ(lines.size(), 1u);
-  EXPECT_NE(lines[0].find(std::string(OrvantaLogger::rawValue(OrvantaLogger::LogLevel::warning))),
+  EXPECT_NE(lines[0].find(std::string(OrvantaLogger::rawValue(OrvantaLogger::LogLevel::error))),
             std::string::npos);
+  EXPECT_NE(lines[0].find("neither XDG_CONFIG_HOME nor HOME is set"), std::string::npos);
   EXPECT_EQ(logLines().size(), 1u);
   EXPECT_TRUE(detail::isLoggingEnabled(preferences));  // the switch still works in memory
 }

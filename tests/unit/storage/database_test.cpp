@@ -5,6 +5,8 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -13,7 +15,9 @@
 
 #include "analytics/event_database.hpp"
 #include "storage/documents_directory.hpp"
+#include "storage/wal_check.hpp"
 #include "testing/platform_test.hpp"
+#include "testing/storage_faults.hpp"
 
 namespace orvanta {
 namespace {
@@ -96,25 +100,30 @@ TEST_F(DatabaseTest, CreatesTheTableOnceAndReopensSilently) {
   EXPECT_TRUE(logSink().linesContaining("Unable to create database").empty());
 }
 
-TEST_F(DatabaseTest, OtherCreationFailuresAreLoggedAndTheDatabaseStillReturned) {
+TEST_F(DatabaseTest, OtherCreationFailuresAreLoggedOnceAndTriedAgainByEachCall) {
   enableLogging();
   std::filesystem::create_directories(testPlatform().dataDirectory());
-  {
-    RawConnection raw(path());
-    raw.exec("CREATE TABLE other (a TEXT); CREATE INDEX orvantaevent ON other (a);");
-  }
+  RawConnection raw(path());
+  raw.exec("CREATE TABLE other (a TEXT); CREATE INDEX orvantaevent ON other (a);");
   auto db = open();
+  // Each call tries the creation again and fails with its error, said once.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    try {
+      add(*db, makeEvent("a"));
+      FAIL() << "insert into a missing table succeeded";
+    } catch (const Error& error) {
+      EXPECT_EQ(error.domain(), Error::Domain::database);
+      EXPECT_EQ(error.localizedDescription(),
+                "there is already an index named orvantaevent (code: 1)");
+    }
+  }
   auto lines = logSink().linesContaining("Unable to create database because: ");
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_THAT(lines[0], HasSubstr("there is already an index named orvantaevent (code: 1)"));
-  // Its statements fail, with SQLite's description.
-  try {
-    add(*db, makeEvent("a"));
-    FAIL() << "insert into a missing table succeeded";
-  } catch (const Error& error) {
-    EXPECT_EQ(error.domain(), Error::Domain::database);
-    EXPECT_EQ(error.localizedDescription(), "no such table: orvantaevent (code: 1)");
-  }
+  // Once what stood in the way is gone, the next call makes the table.
+  raw.exec("DROP TABLE other");
+  add(*db, makeEvent("a"));
+  EXPECT_EQ(names(db->allRows()), std::vector<std::string>{"a"});
 }
 
 TEST_F(DatabaseTest, KeepsRowsInInsertionOrderAndDeletesOnlyTheOneNamed) {
@@ -237,7 +246,7 @@ TEST_F(DatabaseTest, RowsWrittenElsewhereReadBackAndStayWritable) {
 TEST_F(DatabaseTest, TheRowsKeptInMemoryAreBounded) {
   std::filesystem::create_directories(testPlatform().dataDirectory());
   const std::size_t bound = 8 * 1024;
-  Database<OrvantaEvent> db(path(), bound);
+  Database<OrvantaEvent> db(path(), {.maxCachedBytes = bound});
   std::vector<std::string> expected;
   for (int i = 0; i < 200; ++i) {
     auto event = makeEvent("e" + std::to_string(i), {{"i", i}});
@@ -262,14 +271,208 @@ TEST_F(DatabaseTest, TheRowsKeptInMemoryAreBounded) {
   EXPECT_LE(Database<OrvantaEvent>::kDefaultMaxCachedBytes, std::size_t{8} << 20);
 }
 
-TEST_F(DatabaseTest, OpeningFailsWhereNoFileCanBeMade) {
-  try {
-    Database<OrvantaEvent> db(testPlatform().root() + "/missing/folder/Orvanta.sqlite");
-    FAIL() << "opened";
-  } catch (const Error& error) {
-    EXPECT_EQ(error.domain(), Error::Domain::database);
-    EXPECT_EQ(error.code(), SQLITE_CANTOPEN);
+// A file that can't be opened is said once, with its path and the reason; every call tries to
+// open it afresh, and fails with that reason until it can. So is a table that can't be made (a
+// fresh installation on a full disk): made by the first call after the disk has room.
+TEST_F(DatabaseTest, OpeningAndCreationThatFailedAreTriedAgainByEachCall) {
+  enableLogging();
+  testing::FaultyDisk disk;
+  const std::string folder = testPlatform().root() + "/missing/folder";
+  auto expectFailure = [](Database<OrvantaEvent>& db, int code) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      try {
+        db.add(makeEvent("refused"));
+        ADD_FAILURE() << "stored";
+      } catch (const Error& error) {
+        EXPECT_EQ(error.domain(), Error::Domain::database);
+        EXPECT_EQ(error.code(), code);
+      }
+    }
+  };
+  {
+    Database<OrvantaEvent> db(folder + "/Orvanta.sqlite");
+    expectFailure(db, SQLITE_CANTOPEN);
+    std::filesystem::create_directories(folder);
+    db.add(makeEvent("later"));
+    EXPECT_EQ(names(db.allRows()), std::vector<std::string>{"later"});
   }
+  disk.setFault(testing::FaultyDisk::Fault::cannotOpen, EACCES);
+  {
+    Database<OrvantaEvent> db(folder + "/Orvanta.sqlite");
+    expectFailure(db, SQLITE_CANTOPEN);
+    disk.setFault(testing::FaultyDisk::Fault::none);
+    EXPECT_EQ(names(db.allRows()), std::vector<std::string>{"later"});
+  }
+  auto lines = logSink().linesContaining("Unable to open database " + folder + "/Orvanta.sqlite: ");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_THAT(lines[0], HasSubstr("unable to open database file: No such file or directory"));
+  EXPECT_THAT(lines[1], HasSubstr("unable to open database file: Permission denied (code: 14)"));
+
+  disk.setFault(testing::FaultyDisk::Fault::full);
+  {
+    Database<OrvantaEvent> db(folder + "/Fresh.sqlite");
+    expectFailure(db, SQLITE_FULL);
+    disk.setFault(testing::FaultyDisk::Fault::none);
+    db.add(makeEvent("stored"));
+    EXPECT_EQ(names(db.allRows()), std::vector<std::string>{"stored"});
+  }
+  EXPECT_EQ(
+      logSink()
+          .linesContaining("Unable to create database because: database or disk is full (code: 13)")
+          .size(),
+      1u);
+}
+
+// A file found damaged, when it is opened or by a statement later, is kept aside under a
+// time-stamped name (the latest three), a new one is made with the rows that still read, and one
+// error line names the kept file.
+TEST_F(DatabaseTest, ADamagedFileIsKeptAsideAndMadeAnewWithTheRowsThatStillRead) {
+  enableLogging();
+  std::filesystem::create_directories(testPlatform().dataDirectory());
+  auto keptFiles = [&] {
+    std::vector<std::string> kept;
+    for (const auto& entry : std::filesystem::directory_iterator(testPlatform().dataDirectory())) {
+      const std::string name = entry.path().filename().string();
+      if (name.starts_with("Orvanta.sqlite.damaged-") && !name.ends_with("-wal") &&
+          !name.ends_with("-shm")) {
+        kept.push_back(entry.path().string());
+      }
+    }
+    std::sort(kept.begin(), kept.end());
+    return kept;
+  };
+
+  // Not a database at all.
+  testing::writeFile(path(), std::string(4096, 'x'));
+  auto db = open();
+  ASSERT_EQ(keptFiles().size(), 1u);
+  EXPECT_EQ(testing::readFile(keptFiles()[0]), std::string(4096, 'x'));
+  EXPECT_EQ(logSink()
+                .linesContaining("The database " + path() +
+                                 " was damaged (file is not a database (code: 26)): kept as " +
+                                 keptFiles()[0] +
+                                 " and made anew, with the 0 rows that could still be read")
+                .size(),
+            1u);
+
+  // Damaged under an open connection: the statement that meets it fails, the next call opens the
+  // file again and copies what still reads.
+  const std::string padding(200, 'p');
+  db->inTransaction([&] {
+    for (int i = 0; i < 3000; ++i) {
+      db->add(makeEvent("e" + std::to_string(i), {{"pad", padding}}));
+    }
+  });
+  db.reset();
+  db = open();  // the rows are in the file itself now, the log empty
+  RawConnection(path()).exec(
+      "INSERT INTO orvantaevent VALUES ('late', 'p', 'late', 1.0, '{}', '{}', '{}', '{}')");
+  // Whole pages gone (the page size is at offset 16 of the file), so that the scan meets pages
+  // SQLite sees as missing.
+  const std::string header = testing::readFile(path()).substr(16, 2);
+  const std::uintmax_t page =
+      static_cast<unsigned char>(header[0]) * 256u + static_cast<unsigned char>(header[1]);
+  std::filesystem::resize_file(path(), std::filesystem::file_size(path()) / 2 / page * page);
+  try {
+    db->allRows();
+    FAIL() << "a damaged file was read whole";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.localizedDescription(), "database disk image is malformed (code: 11)");
+  }
+  const auto rows = db->allRows();
+  ASSERT_EQ(keptFiles().size(), 2u);
+  EXPECT_GT(rows.size(), 100u);
+  EXPECT_LT(rows.size(), 3000u);
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    ASSERT_EQ(rows[i]->record().name, "e" + std::to_string(i));
+  }
+  EXPECT_EQ(logSink()
+                .linesContaining("and made anew, with the " + std::to_string(rows.size()) +
+                                 " rows that could still be read")
+                .size(),
+            1u);
+
+  // Only the latest three are kept.
+  db.reset();
+  testing::writeFile(path(), std::string(4096, 'y'));
+  db = open();
+  db.reset();
+  testing::writeFile(path(), std::string(4096, 'z'));
+  db = open();
+  const auto kept = keptFiles();
+  ASSERT_EQ(kept.size(), 3u);
+  EXPECT_EQ(testing::readFile(kept[2]), std::string(4096, 'z'));
+  db->add(makeEvent("fine"));
+  EXPECT_EQ(names(db->allRows()), std::vector<std::string>{"fine"});
+}
+
+// SQLite replays a write-ahead log up to its first damaged frame and drops the rest silently; the
+// kit says so, once, when it opens the file.
+TEST_F(DatabaseTest, AGarbledWriteAheadLogIsSaidInAWarning) {
+  enableLogging();
+  std::filesystem::create_directories(testPlatform().dataDirectory());
+  std::string file;
+  std::string wal;
+  {
+    RawConnection raw(path());
+    raw.exec("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;");
+    open();
+    for (int i = 0; i < 4; ++i) {
+      raw.exec("INSERT INTO orvantaevent VALUES ('k" + std::to_string(i) +
+               "', 'p', 'n', 1.0, "
+               "'{}', '{}', '{}', '{}')");
+    }
+    file = testing::readFile(path());  // as a killed process leaves them
+    wal = testing::readFile(path() + "-wal");
+  }
+  auto word = [](const std::string& bytes, std::size_t at) {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+      value = (value << 8) | static_cast<unsigned char>(bytes[at + i]);
+    }
+    return value;
+  };
+  const std::size_t frameBytes = 24 + word(wal, 8);
+  std::vector<std::size_t> commits;  // frames of this generation of the log that end a commit
+  for (std::size_t frame = 0; 32 + (frame + 1) * frameBytes <= wal.size(); ++frame) {
+    const std::size_t at = 32 + frame * frameBytes;
+    if (word(wal, at + 8) == word(wal, 16) && word(wal, at + 12) == word(wal, 20) &&
+        word(wal, at + 4) != 0) {
+      commits.push_back(frame);
+    }
+  }
+  ASSERT_GE(commits.size(), 4u);
+  // The first frame of the first insert: damaged, it drops the four inserts.
+  const std::size_t damaged = commits.size() == 4 ? 0 : commits[commits.size() - 5] + 1;
+  const std::size_t dropped = static_cast<std::size_t>(
+      std::count_if(commits.begin(), commits.end(), [&](std::size_t c) { return c > damaged; }));
+  std::string badFrame = wal;
+  badFrame[32 + damaged * frameBytes + 100] ^= 1;
+  std::string badHeader = wal;
+  badHeader[12] ^= 1;
+
+  EXPECT_EQ(detail::walDamage(wal), std::nullopt);
+  EXPECT_EQ(detail::walDamage(wal.substr(0, wal.size() - 100)), std::nullopt);  // a torn tail
+  EXPECT_EQ(detail::walDamage(badHeader), "its header is damaged: the whole log (" +
+                                              std::to_string(wal.size()) + " bytes) is dropped");
+  const std::string frameDamage = "frame " + std::to_string(damaged + 1) +
+                                  " is damaged: " + std::to_string(dropped) +
+                                  " transactions committed after it are dropped";
+  EXPECT_EQ(detail::walDamage(badFrame), frameDamage);
+
+  // SQLite agrees: the whole log replays all four rows; the damaged one none of them.
+  for (const std::string* log : {&wal, &badFrame}) {
+    testing::writeFile(path(), file);
+    testing::writeFile(path() + "-wal", *log);
+    std::filesystem::remove(path() + "-shm");
+    EXPECT_EQ(open()->allRows().size(), log == &wal ? 4u : 0u);
+  }
+  EXPECT_EQ(logSink().linesContaining("The write-ahead log").size(), 1u);
+  EXPECT_EQ(logSink()
+                .linesContaining("The write-ahead log " + path() + "-wal is damaged (" +
+                                 frameDamage + "): the database is opened as it was before it")
+                .size(),
+            1u);
 }
 
 class NoDocuments : public port::FileLocations {
