@@ -17,7 +17,13 @@ bool isLoggingEnabled(port::PreferencesStore& preferences) {
 }
 
 void setLoggingEnabled(port::PreferencesStore& preferences, bool enabled) {
-  preferences.setObject(std::string(kIsLoggingEnabledKey), port::PreferenceValue(enabled));
+  const std::string key(kIsLoggingEnabledKey);
+  // Every launch sets the switch (the default configuration, then the host's choice) and mostly
+  // to what it was: a store may have to write and sync a file for each change.
+  if (auto stored = preferences.object(key); stored && *stored == port::PreferenceValue(enabled)) {
+    return;
+  }
+  preferences.setObject(key, port::PreferenceValue(enabled));
 }
 
 }  // namespace orvanta::detail
