@@ -41,6 +41,27 @@ Error cancelledError() {
   return transportError(CURLE_ABORTED_BY_CALLBACK, "cancelled");
 }
 
+/// The header fields of a request as libcurl sends them, shared by the transfers that send the
+/// same fields (a drain sends thousands of requests with one set).
+struct HeaderList {
+  HeaderList(const CurlLibrary& library, curl_slist* list) : curl(library), fields(list) {}
+  ~HeaderList() { curl.slist_free_all(fields); }
+  HeaderList(const HeaderList&) = delete;
+  HeaderList& operator=(const HeaderList&) = delete;
+
+  const CurlLibrary& curl;
+  curl_slist* const fields;
+};
+
+/// Whether libcurl is given a body to send for `request`.
+bool sendsBody(const port::HttpRequest& request) {
+  const std::string& method = request.method;
+  if ((method == "GET" && request.body.empty()) || method == "HEAD") {
+    return false;
+  }
+  return !request.body.empty() || method == "POST" || method == "PUT" || method == "PATCH";
+}
+
 /// One request from hand-over to completion. The fields below `cancelRequested` belong to the
 /// network thread.
 struct Transfer {
@@ -52,7 +73,7 @@ struct Transfer {
 
   const CurlLibrary* curl = nullptr;
   CURL* easy = nullptr;
-  curl_slist* headerList = nullptr;
+  std::shared_ptr<const HeaderList> headers;
   std::size_t maxBodyBytes = 0;
   std::size_t received = 0;
   bool bodyTooLarge = false;
@@ -305,7 +326,14 @@ class Engine {
       complete(t, cancelledError(), std::nullopt);
       return;
     }
-    if (auto problem = validate(t.request)) {
+    if (!isHttpToken(t.request.method)) {
+      complete(t,
+               transportError(CURLE_BAD_FUNCTION_ARGUMENT,
+                              "Invalid request method \"" + t.request.method + "\""),
+               std::nullopt);
+      return;
+    }
+    if (auto problem = headersFor(t)) {
       complete(t, std::move(problem), std::nullopt);
       return;
     }
@@ -335,17 +363,57 @@ class Engine {
     active_.emplace(easy, std::move(transfer));
   }
 
-  static std::optional<Error> validate(const port::HttpRequest& request) {
-    if (!isHttpToken(request.method)) {
-      return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
-                            "Invalid request method \"" + request.method + "\"");
+  /// Gives `t` the header list of its fields: the last one made when the fields are the same,
+  /// else a new one, once its fields are found valid. The fields go out as given: libcurl's own
+  /// "Accept", "Expect: 100-continue" and form content type are suppressed unless the request
+  /// sets them. An empty value is still sent.
+  std::optional<Error> headersFor(Transfer& t) {
+    const port::HttpRequest& request = t.request;
+    const bool body = sendsBody(request);
+    headerKey_.assign(body ? "1" : "0");
+    for (const auto& [name, value] : request.headers) {
+      headerKey_.append(name).push_back('\0');
+      headerKey_.append(value).push_back('\0');
     }
+    if (lastHeaders_ && headerKey_ == lastHeaderKey_) {
+      t.headers = lastHeaders_;
+      return std::nullopt;
+    }
+    bool hasAccept = false;
+    bool hasExpect = false;
+    bool hasContentType = false;
+    std::vector<std::string> lines;
     for (const auto& [name, value] : request.headers) {
       if (!isHttpToken(name) || !isHttpFieldValue(value)) {
         return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
                               "Invalid request header field \"" + name + "\"");
       }
+      hasAccept = hasAccept || equalsIgnoringAsciiCase(name, "Accept");
+      hasExpect = hasExpect || equalsIgnoringAsciiCase(name, "Expect");
+      hasContentType = hasContentType || equalsIgnoringAsciiCase(name, "Content-Type");
+      lines.push_back(value.empty() ? name + ";" : name + ": " + value);
     }
+    if (!hasAccept) {
+      lines.emplace_back("Accept:");
+    }
+    if (!hasExpect) {
+      lines.emplace_back("Expect:");
+    }
+    if (body && !hasContentType) {
+      lines.emplace_back("Content-Type:");
+    }
+    curl_slist* fields = nullptr;
+    for (const auto& line : lines) {
+      curl_slist* extended = curl_->slist_append(fields, line.c_str());
+      if (extended == nullptr) {
+        curl_->slist_free_all(fields);
+        return transportError(CURLE_OUT_OF_MEMORY, "Could not set up the transfer");
+      }
+      fields = extended;
+    }
+    lastHeaders_ = std::make_shared<const HeaderList>(*curl_, fields);
+    lastHeaderKey_ = headerKey_;
+    t.headers = lastHeaders_;
     return std::nullopt;
   }
 
@@ -386,8 +454,7 @@ class Engine {
       return;
     }
     curl_->multi_remove_handle(multi_, t.easy);
-    curl_->slist_free_all(t.headerList);
-    t.headerList = nullptr;
+    t.headers.reset();
     if (idleHandles_.size() < kIdleHandlePoolSize) {
       curl_->easy_reset(t.easy);
       idleHandles_.push_back(t.easy);
@@ -395,15 +462,6 @@ class Engine {
       curl_->easy_cleanup(t.easy);
     }
     t.easy = nullptr;
-  }
-
-  bool appendHeader(Transfer& t, const std::string& line) {
-    curl_slist* extended = curl_->slist_append(t.headerList, line.c_str());
-    if (extended == nullptr) {
-      return false;
-    }
-    t.headerList = extended;
-    return true;
   }
 
   bool configure(Transfer& t) {
@@ -449,15 +507,12 @@ class Engine {
     set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
 
     const std::string& method = request.method;
-    const bool hasBody = !request.body.empty();
-    bool sendsBody = false;
-    if (method == "GET" && !hasBody) {
+    if (method == "GET" && request.body.empty()) {
       set(CURLOPT_HTTPGET, 1L);
     } else if (method == "HEAD") {
       set(CURLOPT_NOBODY, 1L);
     } else {
-      sendsBody = hasBody || method == "POST" || method == "PUT" || method == "PATCH";
-      if (sendsBody) {
+      if (sendsBody(request)) {
         set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
         set(CURLOPT_POSTFIELDS, request.body.data());
       }
@@ -465,35 +520,7 @@ class Engine {
         set(CURLOPT_CUSTOMREQUEST, method.c_str());
       }
     }
-
-    // The header fields go out as given: libcurl's own "Accept", "Expect: 100-continue" and form
-    // content type are suppressed unless the request sets them. An empty value is still sent.
-    bool hasAccept = false;
-    bool hasExpect = false;
-    bool hasContentType = false;
-    std::string line;
-    for (const auto& [name, value] : request.headers) {
-      hasAccept = hasAccept || equalsIgnoringAsciiCase(name, "Accept");
-      hasExpect = hasExpect || equalsIgnoringAsciiCase(name, "Expect");
-      hasContentType = hasContentType || equalsIgnoringAsciiCase(name, "Content-Type");
-      line.assign(name);
-      if (value.empty()) {
-        line.append(";");
-      } else {
-        line.append(": ").append(value);
-      }
-      ok = ok && appendHeader(t, line);
-    }
-    if (!hasAccept) {
-      ok = ok && appendHeader(t, "Accept:");
-    }
-    if (!hasExpect) {
-      ok = ok && appendHeader(t, "Expect:");
-    }
-    if (sendsBody && !hasContentType) {
-      ok = ok && appendHeader(t, "Content-Type:");
-    }
-    set(CURLOPT_HTTPHEADER, t.headerList);
+    set(CURLOPT_HTTPHEADER, t.headers->fields);
     return ok;
   }
 
@@ -614,6 +641,9 @@ class Engine {
   // Network thread only.
   std::unordered_map<CURL*, std::shared_ptr<Transfer>> active_;
   std::vector<CURL*> idleHandles_;
+  std::string headerKey_;  ///< the fields of the request being started, one after the other
+  std::string lastHeaderKey_;
+  std::shared_ptr<const HeaderList> lastHeaders_;  ///< the list made for `lastHeaderKey_`
 };
 
 class CurlTask final : public port::HttpTask {
