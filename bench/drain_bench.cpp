@@ -12,7 +12,10 @@
 // kit's process, of the loop and of the sandbox, and the kit's peak resident memory during the
 // first drain (VmHWM of this process, which holds no sandbox).
 //
-// --kit-only leaves the libcurl loop out (for profiling the kit, e.g. under callgrind).
+// --kit-only leaves the libcurl loop out, for profiling the kit. Under callgrind, each drain is
+// dumped on its own, in turn kit, loop, required-work loop ("callgrind.out.<pid>.1" is the
+// first kit drain):
+//   valgrind --tool=callgrind drain_bench 2000 1 0
 //
 // Burst: `burst` back-to-back `trackEvent` calls against the live sandbox. Every call stores its
 // event and flushes every stored row, and rows whose post is still in flight are posted again, so
@@ -22,6 +25,12 @@
 #include <curl/curl.h>
 #include <sqlite3.h>
 #include <unistd.h>
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#else
+#define CALLGRIND_ZERO_STATS
+#define CALLGRIND_DUMP_STATS_AT(name)
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -47,6 +56,35 @@
 #include "orvanta/orvanta.hpp"
 #include "orvanta/service_urls.hpp"
 #include "sandbox_process.hpp"
+
+// Every allocation of this process counted (libcurl's and SQLite's included): glibc's allocator,
+// called through these.
+namespace {
+std::atomic<std::uint64_t> allocations{0};
+}  // namespace
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* pointer, std::size_t size);
+void __libc_free(void* pointer);
+
+void* malloc(std::size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  return __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  return __libc_calloc(count, size);
+}
+void* realloc(void* pointer, std::size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  return __libc_realloc(pointer, size);
+}
+void free(void* pointer) {
+  __libc_free(pointer);
+}
+}
 
 namespace {
 
@@ -132,15 +170,17 @@ std::size_t discard(char*, std::size_t size, std::size_t count, void*) {
 }
 
 /// The work the kit may not skip beside its posts: deleting each delivered event's row, by its
-/// uuid, from a WAL database like the kit's (synchronous NORMAL), on a thread of its own, as many
+/// uuid, from a WAL database like the kit's (synchronous NORMAL, the same page cache), on a thread
+/// of its own, as many
 /// deletions per transaction as the kit groups (all that waited up to 5 ms, at most 256 before a
 /// turn stops waiting).
 class RowDeleter {
  public:
   explicit RowDeleter(const std::string& path) {
     sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr);
-    sqlite3_exec(db_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL", nullptr, nullptr,
-                 nullptr);
+    sqlite3_busy_timeout(db_, 5000);
+    sqlite3_exec(db_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-256",
+                 nullptr, nullptr, nullptr);
     sqlite3_prepare_v2(db_, "DELETE FROM \"orvantaevent\" WHERE \"uuidId\" = ?", -1, &delete_,
                        nullptr);
     thread_ = std::thread([this] { run(); });
@@ -399,8 +439,9 @@ int main(int argc, char** argv) {
     }
   };
 
+  std::vector<double> kitAllocations, rawAllocations, requiredAllocations;
   std::vector<double> kitRates, rawRates, requiredRates, kitCpu, rawCpu, requiredCpu, sandboxKitCpu,
-      sandboxRawCpu;
+      sandboxRawCpu, sandboxRequiredCpu;
   double startMegabytes = 0;
   double startAnonymous = 0;
   double peakMegabytes = 0;
@@ -423,10 +464,14 @@ int main(int argc, char** argv) {
       sandbox.reset();
       const double cpu = bench::processCpuSeconds();
       const double sandboxCpu = sandbox.cpuSeconds();
+      const std::uint64_t allocated = allocations.load();
       const auto start = Clock::now();
+      CALLGRIND_ZERO_STATS;
       handler->postEventsFromDatabase();
       handler->waitUntilIdle();
+      CALLGRIND_DUMP_STATS_AT("kit drain");
       const double seconds = secondsSince(start);
+      kitAllocations.push_back(static_cast<double>(allocations.load() - allocated) / count);
       kitCpu.push_back((bench::processCpuSeconds() - cpu) / count * 1e6);
       sandboxKitCpu.push_back((sandbox.cpuSeconds() - sandboxCpu) / count * 1e6);
       const std::size_t left = database->allRows().size();
@@ -449,9 +494,13 @@ int main(int argc, char** argv) {
     sandbox.reset();
     const double cpu = bench::processCpuSeconds();
     const double sandboxCpu = sandbox.cpuSeconds();
+    std::uint64_t allocated = allocations.load();
     const auto start = Clock::now();
+    CALLGRIND_ZERO_STATS;
     const std::size_t failures = rawLoop(requests, uuids, 10);
+    CALLGRIND_DUMP_STATS_AT("libcurl loop");
     const double seconds = secondsSince(start);
+    rawAllocations.push_back(static_cast<double>(allocations.load() - allocated) / count);
     rawCpu.push_back((bench::processCpuSeconds() - cpu) / count * 1e6);
     sandboxRawCpu.push_back((sandbox.cpuSeconds() - sandboxCpu) / count * 1e6);
     rawRates.push_back(count / seconds);
@@ -468,16 +517,22 @@ int main(int argc, char** argv) {
     }
     sandbox.reset();
     const double requiredStartCpu = bench::processCpuSeconds();
+    const double requiredSandboxCpu = sandbox.cpuSeconds();
+    allocated = allocations.load();
     const auto requiredStart = Clock::now();
     std::size_t deletions = 0;
     std::size_t requiredFailures = 0;
     {
       RowDeleter deleter(required);
+      CALLGRIND_ZERO_STATS;
       requiredFailures = rawLoop(requests, uuids, 10, &deleter);
       deletions = deleter.finish();  // the loop ends when its last row is deleted
+      CALLGRIND_DUMP_STATS_AT("required-work loop");
     }
     const double requiredSeconds = secondsSince(requiredStart);
+    requiredAllocations.push_back(static_cast<double>(allocations.load() - allocated) / count);
     requiredCpu.push_back((bench::processCpuSeconds() - requiredStartCpu) / count * 1e6);
+    sandboxRequiredCpu.push_back((sandbox.cpuSeconds() - requiredSandboxCpu) / count * 1e6);
     requiredRates.push_back(count / requiredSeconds);
     complete = complete && requiredFailures == 0 && deletions == static_cast<std::size_t>(count);
     std::printf("  curl+delete round %d: %8.0f events/s (%.2f s, %zu failures, %zu deleted)\n",
@@ -493,9 +548,22 @@ int main(int argc, char** argv) {
       kit, raw, kit / raw, requiredWork, kit / requiredWork);
   std::printf(
       "CPU time per event, median: kit process %.1f us, loop process %.1f us, required-work loop "
-      "%.1f us; the sandbox %.1f us while the kit drained, %.1f us for the loop\n",
+      "%.1f us; the sandbox %.1f us while the kit drained, %.1f us for the loop, %.1f us for the "
+      "required-work loop\n",
       median(kitCpu), median(rawCpu), median(requiredCpu), median(sandboxKitCpu),
-      median(sandboxRawCpu));
+      median(sandboxRawCpu), median(sandboxRequiredCpu));
+  // With both sides busy on two cores, events per second follow the CPU time an event costs both
+  // processes: a figure that a loaded machine disturbs less than the wall clock.
+  const double kitTotal = median(kitCpu) + median(sandboxKitCpu);
+  std::printf(
+      "CPU-bound estimate (two cores, both processes busy): kit / loop %.2f, kit / required-work "
+      "loop %.2f\n",
+      (median(rawCpu) + median(sandboxRawCpu)) / kitTotal,
+      (median(requiredCpu) + median(sandboxRequiredCpu)) / kitTotal);
+  std::printf(
+      "allocations per event (malloc, calloc, realloc in this process), median: kit %.1f, loop "
+      "%.1f, required-work loop %.1f\n",
+      median(kitAllocations), median(rawAllocations), median(requiredAllocations));
   std::printf(
       "kit's peak resident memory during the first drain (VmHWM of this process, the sandbox "
       "runs apart): %.1f MB (goal < 20; %.1f MB before the database was opened, of which %.1f MB "

@@ -1,32 +1,42 @@
 // What an application pays for the kit at every launch, before its first frame: N fresh
-// processes, each timing the platform's installation, `Orvanta::configure` and the first
-// `trackEvent`, with the peak resident memory at that point; once over an empty event database
-// and once over `stored` rows left by an earlier launch. The first event is posted to an
-// orvanta-sandbox running as a separate process.
+// processes of `startup_host` (a host linked against the shared kit, public headers only), each
+// timing the platform's installation, `Orvanta::configure` and the first `trackEvent`, with the
+// peak resident memory at that point. Three cases take turns, so that a change of load hits them
+// all: a later launch over an empty event database, one over `stored` events left by the earlier
+// launch, and the very first launch (no files yet, no push token: the event is dropped). Events
+// go to an orvanta-sandbox running as a separate process.
 //
 //   startup_bench [processes, default 10] [stored, default 1000]
+//   startup_bench --prepare FOLDER [stored]   an installation as an earlier launch left it, for
+//                                             one launch under a profiler: startup_host FOLDER URL
 //
-// Prints the median and the worst of each figure per case. A child run (`--child DATA URL`)
-// measures one launch and prints one line of figures.
+// Prints the median and the worst of each figure per case, the goals beside them, and the load
+// average before and after.
 
+#include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "analytics/event_database.hpp"
+#include "core/logging_switch.hpp"
 #include "entry/kit_context.hpp"
 #include "orvanta/linux_platform.hpp"
-#include "orvanta/orvanta.hpp"
-#include "orvanta/service_urls.hpp"
 #include "sandbox_process.hpp"
+
+extern char** environ;
 
 namespace {
 
@@ -37,125 +47,217 @@ double microsecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
 }
 
-LinuxPlatformOptions optionsFor(const std::string& folder) {
-  return {.applicationName = "startup_bench",
-          .dataDirectory = folder + "/data",
-          .secureStoreDirectory = folder + "/data/keystore",
-          .preferencesFile = folder + "/config/preferences.json",
-          .bundleDirectory = folder + "/../bundle",
-          .kitResourcesDirectory = folder + "/../bundle"};
+std::string loadAverage() {
+  std::ifstream file("/proc/loadavg");
+  double one = 0, five = 0, fifteen = 0;
+  file >> one >> five >> fifteen;
+  char text[64];
+  std::snprintf(text, sizeof text, "%.2f, %.2f, %.2f", one, five, fifteen);
+  return text;
 }
 
-/// One launch, measured: install, configure, first event. Prints "install configure track
-/// peak-MB" in microseconds and megabytes.
-int child(const std::string& folder, const std::string& url) {
-  const auto start = Clock::now();
-  installPlatform(makeLinuxPlatform(optionsFor(folder)));
-  const double install = microsecondsSince(start);
-  setServiceBaseURLs(url, url);
-  const auto configureStart = Clock::now();
-  Orvanta::configure(OrvantaConfiguration::defaultConfiguration());
-  const double configure = microsecondsSince(configureStart);
-  const auto trackStart = Clock::now();
-  Orvanta::analytics().trackEvent("launch", {{"screen", "home"}});
-  const double track = microsecondsSince(trackStart);
-  const double peak = bench::statusMegabytes("VmHWM");
-  std::printf("%.0f %.0f %.0f %.2f\n", install, configure, track, peak);
-  std::fflush(stdout);
-  return 0;
+/// Starts `arguments` (the program first) with its standard output on `output` (unless -1); its
+/// process id, or -1.
+pid_t spawn(const std::vector<std::string>& arguments, int output = -1) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  if (output >= 0) {
+    posix_spawn_file_actions_adddup2(&actions, output, 1);
+  }
+  std::vector<char*> argv;
+  for (const auto& argument : arguments) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  pid_t pid = -1;
+  const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return failed == 0 ? pid : -1;
 }
 
-/// An installation as an earlier launch left it: a device record with a push token and `rows`
-/// stored events.
-void prepare(const std::string& folder, int rows) {
+/// Waits for `pid`; whether it exited with status 0. `usage` receives its resource use.
+bool succeeded(pid_t pid, rusage* usage = nullptr) {
+  int status = 0;
+  rusage ignored{};
+  while (::wait4(pid, &status, 0, usage != nullptr ? usage : &ignored) < 0) {
+    if (errno != EINTR) {
+      return false;
+    }
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void writeConfigurationFile(const std::string& folder) {
+  std::filesystem::create_directories(folder + "/bundle");
+  std::ofstream(folder + "/bundle/OrvantaConfig.plist")
+      << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+      << "<key>AppId</key><string>bench-app</string><key>Token</key><string>bench-token</string>"
+      << "<key>Secret</key><string>bench-secret</string>"
+      << "<key>EventsToken</key><string>bench-events-token</string></dict></plist>\n";
+}
+
+/// An installation as an earlier launch left it (`--prepare`, in a process of its own): the
+/// logging switch off, a device record with a push token, ten events tracked and delivered, and
+/// `rows` events still stored. The process then ends as an application does, without closing the
+/// database, so that its write-ahead log is left as the kit leaves it. The host's options
+/// (startup_host.cpp) name the same folders.
+[[noreturn]] void earlierLaunch(const std::string& folder, int rows) {
+  writeConfigurationFile(folder);
   std::filesystem::create_directories(folder + "/data");
-  auto platform = makeLinuxPlatform(optionsFor(folder));
+  auto platform = makeLinuxPlatform({.applicationName = "startup_host",
+                                     .dataDirectory = folder + "/data",
+                                     .secureStoreDirectory = folder + "/data/keystore",
+                                     .preferencesFile = folder + "/config/preferences.json",
+                                     .bundleDirectory = folder + "/bundle",
+                                     .kitResourcesDirectory = folder + "/bundle"});
+  detail::setLoggingEnabled(*platform->preferences, false);
   detail::KitContext context(platform);
   auto device = context.authData()->device();
   device.deviceToken = "c0ffee";
   context.authData()->setDevice(device);
   Database<OrvantaEvent> database(folder + "/data/" + kEventDatabaseFileName);
+  for (int i = 0; i < 10; ++i) {
+    const OrvantaEvent delivered("c0ffee", "bench-app", "earlier", 1700000000.0 + i,
+                                 ValueMap{{"screen", "home"}});
+    database.add(delivered);
+    database.deleteRow(delivered.uuidId);
+  }
   database.inTransaction([&] {
     for (int i = 0; i < rows; ++i) {
       database.add(OrvantaEvent("c0ffee", "bench-app", "earlier", 1700000000.0 + i,
                                 ValueMap{{"sku", "A-" + std::to_string(i)}, {"qty", i}}));
     }
   });
+  std::_Exit(0);  // no destructor: the connection is left open, as at an application's exit
 }
 
 struct Launch {
-  double install = 0, configure = 0, track = 0, peak = 0, process = 0;
+  double toMain = 0, install = 0, configure = 0, track = 0, peak = 0, threads = 0, delivered = 0,
+         peakDelivered = 0, process = 0, cpu = 0;
+  bool ok = false;
 };
 
-std::vector<Launch> launches(const std::string& self, const std::string& root,
-                             const std::string& url, int processes, int rows) {
-  std::vector<Launch> result;
-  for (int i = 0; i < processes; ++i) {
-    const std::string folder = root + "/run-" + std::to_string(rows) + "-" + std::to_string(i);
-    prepare(folder, rows);
-    const std::string command = self + " --child " + folder + " " + url;
-    const auto start = Clock::now();
-    FILE* pipe = ::popen(command.c_str(), "r");
-    Launch launch;
-    if (pipe == nullptr || std::fscanf(pipe, "%lf %lf %lf %lf", &launch.install, &launch.configure,
-                                       &launch.track, &launch.peak) != 4) {
-      std::fprintf(stderr, "launch %d failed\n", i);
-    }
-    if (pipe != nullptr) {
-      ::pclose(pipe);
-    }
-    launch.process = microsecondsSince(start);
-    result.push_back(launch);
+/// One fresh process of the host over `folder`.
+Launch launch(const std::string& folder, const std::string& url) {
+  Launch result;
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) {
+    return result;
   }
+  const auto start = Clock::now();
+  const pid_t pid = spawn(
+      {STARTUP_HOST_PROGRAM, folder, url,
+       std::to_string(
+           std::chrono::duration_cast<std::chrono::nanoseconds>(start.time_since_epoch()).count())},
+      ends[1]);
+  ::close(ends[1]);
+  std::string output;
+  char chunk[256];
+  for (ssize_t got; pid > 0 && (got = ::read(ends[0], chunk, sizeof chunk)) != 0;) {
+    if (got < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      break;
+    }
+    output.append(chunk, static_cast<std::size_t>(got));
+  }
+  ::close(ends[0]);
+  rusage usage{};
+  const bool exited = pid > 0 && succeeded(pid, &usage);
+  result.process = microsecondsSince(start);
+  const auto seconds = [](const timeval& t) {
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+  };
+  result.cpu = (seconds(usage.ru_utime) + seconds(usage.ru_stime)) * 1e6;
+  result.ok = exited &&
+              std::sscanf(output.c_str(), "%lf %lf %lf %lf %lf %lf %lf %lf", &result.toMain,
+                          &result.install, &result.configure, &result.track, &result.peak,
+                          &result.threads, &result.delivered, &result.peakDelivered) == 8 &&
+              result.delivered >= 0;
   return result;
 }
 
-void report(const char* title, const std::vector<Launch>& all) {
-  const auto figure = [&](double Launch::*field, const char* name, const char* unit, double scale) {
+void report(const std::string& title, const std::vector<Launch>& all) {
+  std::vector<Launch> good;
+  std::copy_if(all.begin(), all.end(), std::back_inserter(good),
+               [](const Launch& one) { return one.ok; });
+  std::printf("%s (%zu fresh processes, %zu failed)\n", title.c_str(), all.size(),
+              all.size() - good.size());
+  if (good.empty()) {
+    return;
+  }
+  const auto figure = [&](double Launch::*field, const char* name, const char* unit, double scale,
+                          const char* goal) {
     std::vector<double> values;
-    for (const auto& launch : all) {
-      values.push_back(launch.*field * scale);
+    for (const auto& one : good) {
+      values.push_back(one.*field * scale);
     }
     std::sort(values.begin(), values.end());
-    std::printf("  %-30s median %8.2f %s, worst %8.2f %s\n", name, values[values.size() / 2], unit,
-                values.back(), unit);
+    std::printf("  %-34s median %8.2f %s, worst %8.2f %s%s\n", name, values[values.size() / 2],
+                unit, values.back(), unit, goal);
   };
-  std::printf("%s (%zu fresh processes)\n", title, all.size());
-  figure(&Launch::install, "installPlatform", "ms", 1e-3);
-  figure(&Launch::configure, "configure", "ms", 1e-3);
-  figure(&Launch::track, "first trackEvent", "ms", 1e-3);
-  figure(&Launch::peak, "peak resident at that point", "MB", 1.0);
-  figure(&Launch::process, "whole process (spawn to exit)", "ms", 1e-3);
+  figure(&Launch::toMain, "spawn to main (loading the kit)", "ms", 1e-3, "");
+  figure(&Launch::install, "installPlatform", "ms", 1e-3, "");
+  figure(&Launch::configure, "configure", "ms", 1e-3, "   (goal <= 1 ms)");
+  figure(&Launch::track, "first trackEvent", "ms", 1e-3, "   (goal <= 1 ms, empty database)");
+  figure(&Launch::peak, "peak resident at that point", "MB", 1.0, "   (goal <= 10 MB)");
+  figure(&Launch::threads, "threads right after configure", "  ", 1.0, "");
+  figure(&Launch::delivered, "then Orvanta::flush, until delivered", "ms", 1e-3, "");
+  figure(&Launch::peakDelivered, "peak resident once delivered", "MB", 1.0, "");
+  figure(&Launch::process, "whole process (spawn to exit)", "ms", 1e-3, "");
+  figure(&Launch::cpu, "CPU time of the whole process", "ms", 1e-3, "");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 4 && std::string(argv[1]) == "--child") {
-    return child(argv[2], argv[3]);
+  if (argc >= 3 && std::string(argv[1]) == "--prepare") {
+    earlierLaunch(argv[2], argc > 3 ? std::max(0, std::atoi(argv[3])) : 0);
   }
   const int processes = argc > 1 ? std::max(1, std::atoi(argv[1])) : 10;
   const int stored = argc > 2 ? std::max(0, std::atoi(argv[2])) : 1000;
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
 
   std::string root = "/tmp/startup_bench.XXXXXX";
   if (mkdtemp(root.data()) == nullptr) {
     std::perror("mkdtemp");
     return 1;
   }
-  std::filesystem::create_directories(root + "/bundle");
-  std::ofstream(root + "/bundle/OrvantaConfig.plist")
-      << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-      << "<key>AppId</key><string>bench-app</string><key>Token</key><string>bench-token</string>"
-      << "<key>Secret</key><string>bench-secret</string>"
-      << "<key>EventsToken</key><string>bench-events-token</string></dict></plist>\n";
-  bench::SandboxProcess sandbox(ORVANTA_SANDBOX_PROGRAM, root + "/bundle/OrvantaConfig.plist");
-  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+  writeConfigurationFile(root + "/sandbox");  // the sandbox takes the same credentials
+  bench::SandboxProcess sandbox(ORVANTA_SANDBOX_PROGRAM,
+                                root + "/sandbox/bundle/OrvantaConfig.plist");
+  const std::string url = sandbox.baseUrl();
 
-  std::printf("start-up of the kit, %d fresh processes per case, service %s\n", processes,
-              sandbox.baseUrl().c_str());
-  report("empty event database", launches(self, root + "/empty", sandbox.baseUrl(), processes, 0));
-  report(("" + std::to_string(stored) + " stored events").c_str(),
-         launches(self, root + "/stored", sandbox.baseUrl(), processes, stored));
+  std::printf(
+      "start-up of a host linked against the shared kit, %d fresh processes per case, service "
+      "%s\nload average before: %s\n",
+      processes, url.c_str(), loadAverage().c_str());
+  std::vector<Launch> empty, full, first;
+  bool prepared = true;
+  for (int i = 0; i < processes; ++i) {
+    const std::string number = std::to_string(i);
+    const std::string emptyFolder = root + "/empty-" + number;
+    const std::string fullFolder = root + "/stored-" + number;
+    const std::string firstFolder = root + "/first-" + number;
+    prepared = prepared && succeeded(spawn({self, "--prepare", emptyFolder, "0"})) &&
+               succeeded(spawn({self, "--prepare", fullFolder, std::to_string(stored)}));
+    writeConfigurationFile(firstFolder);
+    empty.push_back(launch(emptyFolder, url));
+    full.push_back(launch(fullFolder, url));
+    first.push_back(launch(firstFolder, url));
+  }
+  if (!prepared) {
+    std::fprintf(stderr, "could not prepare the installations\n");
+  }
+  report("later launch, empty event database", empty);
+  report("later launch, " + std::to_string(stored) + " stored events", full);
+  report("first launch (no files yet, no push token: the event is dropped)", first);
+  std::printf("load average after: %s\n", loadAverage().c_str());
   std::filesystem::remove_all(root);
-  return 0;
+  const auto failed = [](const Launch& one) { return !one.ok; };
+  const bool allGood = prepared && std::none_of(empty.begin(), empty.end(), failed) &&
+                       std::none_of(full.begin(), full.end(), failed) &&
+                       std::none_of(first.begin(), first.end(), failed);
+  return allGood ? 0 : 1;
 }

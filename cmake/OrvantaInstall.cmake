@@ -27,8 +27,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/OrvantaConfig.cmake
 
 # orvanta.pc: the prefix from the file's own folder (<prefix>/<libdir>/pkgconfig), so that the
 # kit installed with `cmake --install --prefix` anywhere, or moved, is found where it lies. Its
-# libraries are named one by one (not as required modules): a required libcurl would bring, with
-# --static, the link files of libcurl's own static dependencies, which distributions don't ship.
+# libraries are named one by one (not as required modules), so that --static asks for no link
+# files of their own static dependencies, which distributions don't ship. libcurl is not among
+# them: the kit loads it at its first request.
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
   # Folders fixed by the one who configured: the file names them as they are.
   set(ORVANTA_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
@@ -41,7 +42,7 @@ else()
   set(ORVANTA_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
   set(ORVANTA_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
 endif()
-set(ORVANTA_PC_LIBS_PRIVATE "-lcurl -lsqlite3")
+set(ORVANTA_PC_LIBS_PRIVATE "-lsqlite3")
 foreach(_library IN LISTS PLIST_LIBRARIES)
   string(APPEND ORVANTA_PC_LIBS_PRIVATE " -l${_library}")
 endforeach()

@@ -1,6 +1,5 @@
 #include "testing/platform_test.hpp"
 
-#include <mutex>
 #include <utility>
 
 #include "core/logging_switch.hpp"
@@ -16,31 +15,6 @@
 
 namespace orvanta::testing {
 namespace {
-
-// The libcurl client with its network thread, started only when a test sends a request.
-class LazyHttpClient : public port::HttpClient {
- public:
-  std::shared_ptr<port::HttpTask> dataTask(port::HttpRequest request,
-                                           port::DataTaskCompletion completion) override {
-    return client()->dataTask(std::move(request), std::move(completion));
-  }
-  std::shared_ptr<port::HttpTask> downloadTask(port::HttpRequest request,
-                                               port::DownloadTaskCompletion completion) override {
-    return client()->downloadTask(std::move(request), std::move(completion));
-  }
-
- private:
-  std::shared_ptr<port::HttpClient> client() {
-    std::lock_guard lock(mutex_);
-    if (!client_) {
-      client_ = linux_platform::makeCurlHttpClient();
-    }
-    return client_;
-  }
-
-  std::mutex mutex_;
-  std::shared_ptr<port::HttpClient> client_;
-};
 
 // Every test program that links the fixture also runs, outside any fixture, on a platform in a
 // temporary folder: no test writes to the user's home.
@@ -76,7 +50,7 @@ TestPlatform::TestPlatform(TestPlatformOptions options)
     manualQueue_ = std::make_shared<ManualMainQueue>(clock_);
     queue = manualQueue_;
   }
-  httpClient_ = std::make_shared<LazyHttpClient>();
+  httpClient_ = linux_platform::makeCurlHttpClient();
   platform_ = build(queue);
   lifecycle_ = std::static_pointer_cast<HostLifecycle>(platform_->lifecycle);
 }

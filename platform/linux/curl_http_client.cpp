@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -22,6 +23,7 @@
 
 #include "core/owned_thread.hpp"
 #include "core/text.hpp"
+#include "linux/curl_library.hpp"
 #include "linux/http_fields.hpp"
 
 namespace orvanta::linux_platform {
@@ -39,11 +41,25 @@ Error cancelledError() {
   return transportError(CURLE_ABORTED_BY_CALLBACK, "cancelled");
 }
 
-void initialiseCurlOnce() {
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
-  if (result != CURLE_OK) {
-    throw std::bad_alloc();
+/// The header fields of a request as libcurl sends them, shared by the transfers that send the
+/// same fields (a drain sends thousands of requests with one set).
+struct HeaderList {
+  HeaderList(const CurlLibrary& library, curl_slist* list) : curl(library), fields(list) {}
+  ~HeaderList() { curl.slist_free_all(fields); }
+  HeaderList(const HeaderList&) = delete;
+  HeaderList& operator=(const HeaderList&) = delete;
+
+  const CurlLibrary& curl;
+  curl_slist* const fields;
+};
+
+/// Whether libcurl is given a body to send for `request`.
+bool sendsBody(const port::HttpRequest& request) {
+  const std::string& method = request.method;
+  if ((method == "GET" && request.body.empty()) || method == "HEAD") {
+    return false;
   }
+  return !request.body.empty() || method == "POST" || method == "PUT" || method == "PATCH";
 }
 
 /// One request from hand-over to completion. The fields below `cancelRequested` belong to the
@@ -55,8 +71,9 @@ struct Transfer {
   port::DownloadTaskCompletion onDownload;
   std::atomic<bool> cancelRequested{false};
 
+  const CurlLibrary* curl = nullptr;
   CURL* easy = nullptr;
-  curl_slist* headerList = nullptr;
+  std::shared_ptr<const HeaderList> headers;
   std::size_t maxBodyBytes = 0;
   std::size_t received = 0;
   bool bodyTooLarge = false;
@@ -98,8 +115,8 @@ std::size_t onBodyBytes(char* data, std::size_t size, std::size_t count, void* u
   } else {
     if (transfer->received == 0) {
       curl_off_t announced = -1;
-      if (curl_easy_getinfo(transfer->easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced) ==
-              CURLE_OK &&
+      if (transfer->curl->easy_getinfo(transfer->easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T,
+                                       &announced) == CURLE_OK &&
           announced > 0) {
         transfer->body.reserve(
             std::min(static_cast<std::size_t>(announced), transfer->maxBodyBytes));
@@ -113,15 +130,21 @@ std::size_t onBodyBytes(char* data, std::size_t size, std::size_t count, void* u
 
 /// The multi handle, the hand-over queues and the loop of the network thread. Shared by the
 /// client, the thread and (weakly) the tasks, so that it outlives whichever finishes last.
+///
+/// Without libcurl (`curl` null: it could not be loaded), the thread fails every transfer with
+/// `unavailable`, the reason.
 class Engine {
  public:
-  explicit Engine(const CurlHttpClientOptions& options) : options_(options) {
-    initialiseCurlOnce();
-    multi_ = curl_multi_init();
+  Engine(const CurlHttpClientOptions& options, const CurlLibrary* curl, std::string unavailable)
+      : options_(options), curl_(curl), unavailable_(std::move(unavailable)) {
+    if (curl_ == nullptr) {
+      return;
+    }
+    multi_ = curl_->multi_init();
     if (multi_ == nullptr) {
       throw std::bad_alloc();
     }
-    curl_multi_setopt(multi_, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+    curl_->multi_setopt(multi_, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
     readSystemCertificateStore();
     // Proxies from the environment apply, except to loopback addresses. Setting the list
     // replaces the environment's own, so that one is carried over ("*" means no proxy at all).
@@ -134,7 +157,11 @@ class Engine {
     }
   }
 
-  ~Engine() { curl_multi_cleanup(multi_); }
+  ~Engine() {
+    if (curl_ != nullptr) {
+      curl_->multi_cleanup(multi_);
+    }
+  }
 
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
@@ -150,7 +177,7 @@ class Engine {
     }
     // Work handed over from the network thread itself is picked up before its next wait.
     if (wake && !onNetworkThread()) {
-      curl_multi_wakeup(multi_);
+      wakeUp();
     }
   }
 
@@ -165,7 +192,7 @@ class Engine {
       cancels_.push_back(std::move(transfer));
     }
     if (wake && !onNetworkThread()) {
-      curl_multi_wakeup(multi_);
+      wakeUp();
     }
   }
 
@@ -174,11 +201,15 @@ class Engine {
       std::lock_guard lock(mutex_);
       stopping_ = true;
     }
-    curl_multi_wakeup(multi_);
+    wakeUp();
   }
 
   void run() {
     networkThread_.store(std::this_thread::get_id());
+    if (curl_ == nullptr) {
+      failEverything();
+      return;
+    }
     std::vector<std::shared_ptr<Transfer>> arrived;
     std::vector<std::shared_ptr<Transfer>> cancelled;
     for (;;) {
@@ -202,9 +233,9 @@ class Engine {
       cancelled.clear();
 
       int running = 0;
-      curl_multi_perform(multi_, &running);
+      curl_->multi_perform(multi_, &running);
       int queued = 0;
-      while (CURLMsg* message = curl_multi_info_read(multi_, &queued)) {
+      while (CURLMsg* message = curl_->multi_info_read(multi_, &queued)) {
         if (message->msg == CURLMSG_DONE) {
           finishTransfer(message->easy_handle, message->data.result);
         }
@@ -215,22 +246,54 @@ class Engine {
           continue;
         }
       }
-      curl_multi_poll(multi_, nullptr, 0, kIdleWaitMs, nullptr);
+      curl_->multi_poll(multi_, nullptr, 0, kIdleWaitMs, nullptr);
     }
     shutDown(std::move(arrived));
   }
 
  private:
+  void wakeUp() {
+    if (curl_ != nullptr) {
+      curl_->multi_wakeup(multi_);
+    } else {
+      std::lock_guard lock(mutex_);  // so that the wait below can't miss it
+      arrivedOrStopping_.notify_all();
+    }
+  }
+
+  /// The loop without libcurl: every transfer ends at once with the reason.
+  void failEverything() {
+    std::vector<std::shared_ptr<Transfer>> arrived;
+    std::unique_lock lock(mutex_);
+    while (true) {
+      arrivedOrStopping_.wait(lock, [&] { return stopping_ || !incoming_.empty(); });
+      arrived.swap(incoming_);
+      cancels_.clear();
+      const bool stopping = stopping_;
+      lock.unlock();
+      for (auto& transfer : arrived) {
+        complete(*transfer,
+                 stopping ? cancelledError() : transportError(CURLE_FAILED_INIT, unavailable_),
+                 std::nullopt);
+      }
+      arrived.clear();
+      lock.lock();
+      if (stopping && incoming_.empty()) {
+        return;
+      }
+    }
+  }
+
   void readSystemCertificateStore() {
-    CURL* probe = curl_easy_init();
+    CURL* probe = curl_->easy_init();
     if (probe == nullptr) {
       return;
     }
     char* path = nullptr;
-    if (curl_easy_getinfo(probe, CURLINFO_CAPATH, &path) == CURLE_OK && path != nullptr) {
+    if (curl_->easy_getinfo(probe, CURLINFO_CAPATH, &path) == CURLE_OK && path != nullptr) {
       systemCaPath_ = path;
     }
-    curl_easy_cleanup(probe);
+    curl_->easy_cleanup(probe);
   }
 
   void shutDown(std::vector<std::shared_ptr<Transfer>> arrived) {
@@ -252,7 +315,7 @@ class Engine {
       arrived.swap(incoming_);
     }
     for (CURL* easy : idleHandles_) {
-      curl_easy_cleanup(easy);
+      curl_->easy_cleanup(easy);
     }
     idleHandles_.clear();
   }
@@ -263,7 +326,14 @@ class Engine {
       complete(t, cancelledError(), std::nullopt);
       return;
     }
-    if (auto problem = validate(t.request)) {
+    if (!isHttpToken(t.request.method)) {
+      complete(t,
+               transportError(CURLE_BAD_FUNCTION_ARGUMENT,
+                              "Invalid request method \"" + t.request.method + "\""),
+               std::nullopt);
+      return;
+    }
+    if (auto problem = headersFor(t)) {
       complete(t, std::move(problem), std::nullopt);
       return;
     }
@@ -285,7 +355,7 @@ class Engine {
                std::nullopt);
       return;
     }
-    if (curl_multi_add_handle(multi_, easy) != CURLM_OK) {
+    if (curl_->multi_add_handle(multi_, easy) != CURLM_OK) {
       releaseHandle(t);
       complete(t, transportError(CURLE_FAILED_INIT, "Could not start the transfer"), std::nullopt);
       return;
@@ -293,17 +363,57 @@ class Engine {
     active_.emplace(easy, std::move(transfer));
   }
 
-  static std::optional<Error> validate(const port::HttpRequest& request) {
-    if (!isHttpToken(request.method)) {
-      return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
-                            "Invalid request method \"" + request.method + "\"");
+  /// Gives `t` the header list of its fields: the last one made when the fields are the same,
+  /// else a new one, once its fields are found valid. The fields go out as given: libcurl's own
+  /// "Accept", "Expect: 100-continue" and form content type are suppressed unless the request
+  /// sets them. An empty value is still sent.
+  std::optional<Error> headersFor(Transfer& t) {
+    const port::HttpRequest& request = t.request;
+    const bool body = sendsBody(request);
+    headerKey_.assign(body ? "1" : "0");
+    for (const auto& [name, value] : request.headers) {
+      headerKey_.append(name).push_back('\0');
+      headerKey_.append(value).push_back('\0');
     }
+    if (lastHeaders_ && headerKey_ == lastHeaderKey_) {
+      t.headers = lastHeaders_;
+      return std::nullopt;
+    }
+    bool hasAccept = false;
+    bool hasExpect = false;
+    bool hasContentType = false;
+    std::vector<std::string> lines;
     for (const auto& [name, value] : request.headers) {
       if (!isHttpToken(name) || !isHttpFieldValue(value)) {
         return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
                               "Invalid request header field \"" + name + "\"");
       }
+      hasAccept = hasAccept || equalsIgnoringAsciiCase(name, "Accept");
+      hasExpect = hasExpect || equalsIgnoringAsciiCase(name, "Expect");
+      hasContentType = hasContentType || equalsIgnoringAsciiCase(name, "Content-Type");
+      lines.push_back(value.empty() ? name + ";" : name + ": " + value);
     }
+    if (!hasAccept) {
+      lines.emplace_back("Accept:");
+    }
+    if (!hasExpect) {
+      lines.emplace_back("Expect:");
+    }
+    if (body && !hasContentType) {
+      lines.emplace_back("Content-Type:");
+    }
+    curl_slist* fields = nullptr;
+    for (const auto& line : lines) {
+      curl_slist* extended = curl_->slist_append(fields, line.c_str());
+      if (extended == nullptr) {
+        curl_->slist_free_all(fields);
+        return transportError(CURLE_OUT_OF_MEMORY, "Could not set up the transfer");
+      }
+      fields = extended;
+    }
+    lastHeaders_ = std::make_shared<const HeaderList>(*curl_, fields);
+    lastHeaderKey_ = headerKey_;
+    t.headers = lastHeaders_;
     return std::nullopt;
   }
 
@@ -334,7 +444,7 @@ class Engine {
       idleHandles_.pop_back();
       return easy;
     }
-    return curl_easy_init();
+    return curl_->easy_init();
   }
 
   /// Takes the handle out of the multi and keeps it for a later request. Its connection stays in
@@ -343,36 +453,27 @@ class Engine {
     if (t.easy == nullptr) {
       return;
     }
-    curl_multi_remove_handle(multi_, t.easy);
-    curl_slist_free_all(t.headerList);
-    t.headerList = nullptr;
+    curl_->multi_remove_handle(multi_, t.easy);
+    t.headers.reset();
     if (idleHandles_.size() < kIdleHandlePoolSize) {
-      curl_easy_reset(t.easy);
+      curl_->easy_reset(t.easy);
       idleHandles_.push_back(t.easy);
     } else {
-      curl_easy_cleanup(t.easy);
+      curl_->easy_cleanup(t.easy);
     }
     t.easy = nullptr;
-  }
-
-  bool appendHeader(Transfer& t, const std::string& line) {
-    curl_slist* extended = curl_slist_append(t.headerList, line.c_str());
-    if (extended == nullptr) {
-      return false;
-    }
-    t.headerList = extended;
-    return true;
   }
 
   bool configure(Transfer& t) {
     CURL* easy = t.easy;
     const port::HttpRequest& request = t.request;
+    t.curl = curl_;
     t.maxBodyBytes = options_.maxBodyBytes;
     t.errorBuffer[0] = '\0';
 
     bool ok = true;
     auto set = [&](CURLoption option, auto value) {
-      ok = ok && curl_easy_setopt(easy, option, value) == CURLE_OK;
+      ok = ok && curl_->easy_setopt(easy, option, value) == CURLE_OK;
     };
     set(CURLOPT_URL, request.url.c_str());
     set(CURLOPT_ERRORBUFFER, t.errorBuffer);
@@ -406,15 +507,12 @@ class Engine {
     set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
 
     const std::string& method = request.method;
-    const bool hasBody = !request.body.empty();
-    bool sendsBody = false;
-    if (method == "GET" && !hasBody) {
+    if (method == "GET" && request.body.empty()) {
       set(CURLOPT_HTTPGET, 1L);
     } else if (method == "HEAD") {
       set(CURLOPT_NOBODY, 1L);
     } else {
-      sendsBody = hasBody || method == "POST" || method == "PUT" || method == "PATCH";
-      if (sendsBody) {
+      if (sendsBody(request)) {
         set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
         set(CURLOPT_POSTFIELDS, request.body.data());
       }
@@ -422,35 +520,7 @@ class Engine {
         set(CURLOPT_CUSTOMREQUEST, method.c_str());
       }
     }
-
-    // The header fields go out as given: libcurl's own "Accept", "Expect: 100-continue" and form
-    // content type are suppressed unless the request sets them. An empty value is still sent.
-    bool hasAccept = false;
-    bool hasExpect = false;
-    bool hasContentType = false;
-    std::string line;
-    for (const auto& [name, value] : request.headers) {
-      hasAccept = hasAccept || equalsIgnoringAsciiCase(name, "Accept");
-      hasExpect = hasExpect || equalsIgnoringAsciiCase(name, "Expect");
-      hasContentType = hasContentType || equalsIgnoringAsciiCase(name, "Content-Type");
-      line.assign(name);
-      if (value.empty()) {
-        line.append(";");
-      } else {
-        line.append(": ").append(value);
-      }
-      ok = ok && appendHeader(t, line);
-    }
-    if (!hasAccept) {
-      ok = ok && appendHeader(t, "Accept:");
-    }
-    if (!hasExpect) {
-      ok = ok && appendHeader(t, "Expect:");
-    }
-    if (sendsBody && !hasContentType) {
-      ok = ok && appendHeader(t, "Content-Type:");
-    }
-    set(CURLOPT_HTTPHEADER, t.headerList);
+    set(CURLOPT_HTTPHEADER, t.headers->fields);
     return ok;
   }
 
@@ -468,10 +538,10 @@ class Engine {
     if (code == CURLE_OK) {
       response.emplace();
       long status = 0;
-      curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+      curl_->easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
       response->statusCode = static_cast<int>(status);
       char* url = nullptr;
-      if (curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url) == CURLE_OK && url != nullptr) {
+      if (curl_->easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url) == CURLE_OK && url != nullptr) {
         response->url = url;
       } else {
         response->url = t.request.url;
@@ -487,7 +557,7 @@ class Engine {
                 "Could not write the download to " + t.path + ": " + std::strerror(t.writeErrno));
     } else {
       error = transportError(
-          code, t.errorBuffer[0] != '\0' ? std::string(t.errorBuffer) : curl_easy_strerror(code));
+          code, t.errorBuffer[0] != '\0' ? std::string(t.errorBuffer) : curl_->easy_strerror(code));
     }
     releaseHandle(t);
     complete(t, std::move(error), std::move(response));
@@ -555,12 +625,15 @@ class Engine {
   }
 
   const CurlHttpClientOptions options_;
+  const CurlLibrary* const curl_;
+  const std::string unavailable_;
   CURLM* multi_ = nullptr;
   std::string systemCaPath_;
   std::string noProxy_;
   std::atomic<std::thread::id> networkThread_{};
 
   std::mutex mutex_;
+  std::condition_variable arrivedOrStopping_;  ///< the loop without libcurl waits on it
   std::vector<std::shared_ptr<Transfer>> incoming_;
   std::vector<std::shared_ptr<Transfer>> cancels_;
   bool stopping_ = false;
@@ -568,6 +641,9 @@ class Engine {
   // Network thread only.
   std::unordered_map<CURL*, std::shared_ptr<Transfer>> active_;
   std::vector<CURL*> idleHandles_;
+  std::string headerKey_;  ///< the fields of the request being started, one after the other
+  std::string lastHeaderKey_;
+  std::shared_ptr<const HeaderList> lastHeaders_;  ///< the list made for `lastHeaderKey_`
 };
 
 class CurlTask final : public port::HttpTask {
@@ -590,15 +666,15 @@ class CurlTask final : public port::HttpTask {
 
 class CurlHttpClient final : public port::HttpClient {
  public:
-  explicit CurlHttpClient(const CurlHttpClientOptions& options)
-      : engine_(std::make_shared<Engine>(options)),
-        thread_("orvanta-net", [engine = engine_] { engine->run(); }) {}
+  explicit CurlHttpClient(const CurlHttpClientOptions& options) : options_(options) {}
 
   /// Released by one of its own completions, the network thread finishes its shutdown on its
   /// own: it only touches the engine, which it shares.
   ~CurlHttpClient() override {
-    engine_->stop();
-    thread_.join();
+    if (engine_) {
+      engine_->stop();
+      thread_.join();
+    }
   }
 
   CurlHttpClient(const CurlHttpClient&) = delete;
@@ -623,12 +699,22 @@ class CurlHttpClient final : public port::HttpClient {
 
  private:
   std::shared_ptr<port::HttpTask> submit(std::shared_ptr<Transfer> transfer) {
+    // libcurl's global set-up, the multi handle and the network thread wait for the first
+    // request: a client that is never used costs none of them.
+    std::call_once(started_, [this] {
+      std::string unavailable;
+      const CurlLibrary* curl = CurlLibrary::load(unavailable);
+      engine_ = std::make_shared<Engine>(options_, curl, std::move(unavailable));
+      thread_ = OwnedThread("orvanta-net", [engine = engine_] { engine->run(); });
+    });
     auto task = std::make_shared<CurlTask>(engine_, transfer);
     engine_->submit(std::move(transfer));
     return task;
   }
 
-  std::shared_ptr<Engine> engine_;
+  const CurlHttpClientOptions options_;
+  std::once_flag started_;
+  std::shared_ptr<Engine> engine_;  // set once, by the first request
   OwnedThread thread_;
 };
 

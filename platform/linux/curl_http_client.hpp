@@ -26,10 +26,12 @@ struct CurlHttpClientOptions {
 /// The Linux URL session over libcurl's multi interface.
 ///
 /// The client owns one network thread, "orvanta-net", that runs every transfer and every
-/// completion. `dataTask` and `downloadTask` may be called from any thread, including from a
-/// completion; they never run the completion themselves. Connections are kept and reused across
-/// requests (HTTP/2 is negotiated over TLS when the server offers it); nothing else is cached.
-/// Redirects are not followed: a 3xx answer is handed to the caller as it is.
+/// completion. The first request loads libcurl (`CurlLibrary`) and starts the thread: a client
+/// that is never used costs neither. When libcurl can't be loaded, every transfer fails with a
+/// transport error that says why. `dataTask` and `downloadTask` may be called from any thread,
+/// including from a completion; they never run the completion themselves. Connections are kept
+/// and reused across requests (HTTP/2 is negotiated over TLS when the server offers it); nothing
+/// else is cached. Redirects are not followed: a 3xx answer is handed to the caller as it is.
 ///
 /// Destroying the client cancels the transfers still running: each completion runs once, on the
 /// network thread, with the "cancelled" transport error, and the thread is joined. The client may

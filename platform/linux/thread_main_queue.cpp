@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 namespace orvanta::linux_platform {
@@ -30,11 +31,12 @@ struct ThreadMainQueue::State {
   std::map<Key, Item> items;
   std::uint64_t nextSequence = 0;
   bool stopping = false;
+  /// The queue's thread, once its first work has started it.
+  std::atomic<std::thread::id> thread{};
 };
 
 ThreadMainQueue::ThreadMainQueue(std::string threadName)
-    : state_(std::make_shared<State>()),
-      thread_(std::move(threadName), [state = state_] { run(state); }) {}
+    : threadName_(std::move(threadName)), state_(std::make_shared<State>()) {}
 
 ThreadMainQueue::~ThreadMainQueue() {
   std::map<State::Key, State::Item> dropped;
@@ -65,7 +67,7 @@ std::shared_ptr<port::Cancellable> ThreadMainQueue::asyncAfter(std::chrono::mill
 }
 
 bool ThreadMainQueue::isCurrent() const {
-  return thread_.isCurrent();
+  return state_->thread.load() == std::this_thread::get_id();
 }
 
 void ThreadMainQueue::enqueue(std::chrono::steady_clock::time_point due, std::function<void()> work,
@@ -78,10 +80,15 @@ void ThreadMainQueue::enqueue(std::chrono::steady_clock::time_point due, std::fu
   }
   state_->items.emplace(State::Key{due, state_->nextSequence++},
                         State::Item{std::move(work), std::move(token)});
+  if (!thread_.joinable()) {
+    // The first work starts the thread: a queue nothing was given to costs no thread.
+    thread_ = OwnedThread(threadName_, [state = state_] { run(state); });
+  }
   state_->wake.notify_one();
 }
 
 void ThreadMainQueue::run(const std::shared_ptr<State>& state) {
+  state->thread.store(std::this_thread::get_id());
   std::unique_lock lock(state->mutex);
   while (!state->stopping) {
     if (state->items.empty()) {

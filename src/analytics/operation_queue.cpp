@@ -147,7 +147,6 @@ OperationQueue::OperationQueue(std::string name, std::size_t maxConcurrentOperat
                                                                     : maxConcurrentOperationCount),
       state_(std::make_shared<State>(maxConcurrentOperationCount_)) {
   state_->weakSelf = state_;
-  starter_ = OwnedThread("orvanta-events", [state = state_] { state->run(); });
 }
 
 OperationQueue::~OperationQueue() {
@@ -177,9 +176,7 @@ void OperationQueue::addOperation(std::shared_ptr<AsynchronousOperation> operati
   }
   state_->waiting.push_back({std::move(operation), nullptr});
   ++state_->waitingCount;
-  if (state_->canStart()) {
-    state_->wake.notify_one();  // otherwise the next operation to end starts it
-  }
+  wakeStarterLocked();
 }
 
 void OperationQueue::addOperations(std::size_t count, Factory make) {
@@ -195,9 +192,18 @@ void OperationQueue::addOperations(std::size_t count, Factory make) {
   }
   state_->waiting.push_back({nullptr, std::move(batch)});
   state_->waitingCount += count;
-  if (state_->canStart()) {
-    state_->wake.notify_one();
+  wakeStarterLocked();
+}
+
+void OperationQueue::wakeStarterLocked() {
+  if (!state_->canStart()) {
+    return;  // the next operation to end starts it
   }
+  if (!starter_.joinable()) {
+    // The first work starts the thread: a queue nothing was added to costs no thread.
+    starter_ = OwnedThread("orvanta-events", [state = state_] { state->run(); });
+  }
+  state_->wake.notify_one();
 }
 
 void OperationQueue::cancelAllOperations() {

@@ -13,12 +13,13 @@ namespace orvanta {
 /// Runs asynchronous operations, at most `maxConcurrentOperationCount` at once, in the order they
 /// were added.
 ///
-/// One owned thread starts the operations that are added (so that whatever `start` costs, building
-/// a request for instance, is never paid by the thread that adds them); an operation that has
-/// started holds no thread while it waits, and the thread that ends it starts the next one in its
-/// place, with no hand-over (a post's end starts the next post on the HTTP client's thread). One
-/// thread at a time starts operations, so they start in the order they were added. The queue
-/// keeps each operation alive from its start to its end.
+/// One owned thread, made when the first operation is added, starts the operations that are
+/// added (so that whatever `start` costs, building a request for instance, is never paid by the
+/// thread that adds them); an operation that has started holds no thread while it waits, and the
+/// thread that ends it starts the next one in its place, with no hand-over (a post's end starts
+/// the next post on the HTTP client's thread). One thread at a time starts operations, so they
+/// start in the order they were added. The queue keeps each operation alive from its start to its
+/// end.
 ///
 /// Every member may be called from any thread, including from an operation's own work.
 class OperationQueue {
@@ -55,10 +56,13 @@ class OperationQueue {
   struct State;
 
  private:
+  /// Starts the starter thread, or wakes it, when an operation can start. State's mutex held.
+  void wakeStarterLocked();
+
   std::string name_;
   std::size_t maxConcurrentOperationCount_;
   std::shared_ptr<State> state_;
-  OwnedThread starter_;
+  OwnedThread starter_;  ///< made by the first operation added, under the state's mutex
 };
 
 }  // namespace orvanta

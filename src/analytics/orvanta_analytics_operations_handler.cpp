@@ -446,7 +446,12 @@ OrvantaAnalyticsOperationsHandler::OrvantaAnalyticsOperationsHandler(Dependencie
       shared_(std::make_shared<Shared>()),
       operationQueue_(kOperationQueueName, kMaxConcurrentOperationCount) {
   shared_->database = dependencies_.eventsDatabase;
-  deleter_ = OwnedThread("orvanta-database", [shared = shared_] { shared->run(); });
+}
+
+void OrvantaAnalyticsOperationsHandler::startDeleter() {
+  std::call_once(deleterStarted_, [this] {
+    deleter_ = OwnedThread("orvanta-database", [shared = shared_] { shared->run(); });
+  });
 }
 
 OrvantaAnalyticsOperationsHandler::~OrvantaAnalyticsOperationsHandler() {
@@ -642,6 +647,7 @@ std::shared_ptr<AsynchronousOperation> OrvantaAnalyticsOperationsHandler::postEv
                ", parameters: " + detail::describeParameters(*event);
       });
       if (auto self = weak.lock()) {
+        self->startDeleter();
         self->shared_->deliveredRow(row);
       }
     } else {

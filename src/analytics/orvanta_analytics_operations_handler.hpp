@@ -112,10 +112,15 @@ class OrvantaAnalyticsOperationsHandler
   /// Events not yet delivered, stored or held in memory; none when they can't be read.
   std::optional<std::size_t> eventsLeft();
 
+  /// Starts the handler's thread, once: with the first post that succeeds, so that a launch
+  /// that delivers nothing costs no thread.
+  void startDeleter();
+
   Dependencies dependencies_;
   std::shared_ptr<Shared> shared_;
   OperationQueue operationQueue_;
-  OwnedThread deleter_;
+  std::once_flag deleterStarted_;
+  OwnedThread deleter_;  ///< started by the first post that succeeds
 };
 
 namespace detail {

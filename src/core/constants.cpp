@@ -3,8 +3,10 @@
 namespace orvanta::Constants {
 namespace Networking {
 
-port::HttpHeaders defaultHeaders() {
-  return {{"Content-Type", "application/json"}};
+const port::HttpHeaders& defaultHeaders() {
+  // Never destroyed: requests may be built on the kit's threads while the process exits.
+  static const auto* headers = new port::HttpHeaders{{"Content-Type", "application/json"}};
+  return *headers;
 }
 
 }  // namespace Networking

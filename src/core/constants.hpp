@@ -15,7 +15,7 @@ namespace orvanta::Constants {
 namespace Networking {
 
 /// Header fields of every request: "Content-Type: application/json".
-port::HttpHeaders defaultHeaders();
+const port::HttpHeaders& defaultHeaders();
 
 }  // namespace Networking
 

@@ -52,16 +52,20 @@ class Future {
 
   /// Registers a pair of handlers; either may be empty. Returns nothing: chain with `flatMap`.
   void then(OnNext onNext, OnError onError = {}) const {
-    std::optional<Result<T>> completed;
     {
       std::lock_guard lock(state_->mutex);
       if (!state_->result) {
-        state_->callbacks.push_back({std::move(onNext), std::move(onError)});
+        // Most futures get one pair of handlers: it is kept without a vector of its own.
+        if (!state_->first) {
+          state_->first.emplace(Callback{std::move(onNext), std::move(onError)});
+        } else {
+          state_->callbacks.push_back({std::move(onNext), std::move(onError)});
+        }
         return;
       }
-      completed = state_->result;
     }
-    report(*completed, Callback{std::move(onNext), std::move(onError)});
+    // Set once and never changed again: read without the lock, with no copy.
+    report(*state_->result, Callback{std::move(onNext), std::move(onError)});
   }
 
   /// Chains an asynchronous step: on success, `transform(value)` gives the next future, whose
@@ -131,17 +135,22 @@ class Future {
 
   /// Completes the future once; later completions are ignored.
   void complete(Result<T> result) const {
+    std::optional<Callback> first;
     std::vector<Callback> callbacks;
     {
       std::lock_guard lock(state_->mutex);
       if (state_->result) {
         return;
       }
-      state_->result = result;
+      state_->result.emplace(std::move(result));
+      first.swap(state_->first);
       callbacks.swap(state_->callbacks);
     }
+    if (first) {
+      report(*state_->result, std::move(*first));
+    }
     for (auto& callback : callbacks) {
-      report(result, std::move(callback));
+      report(*state_->result, std::move(callback));
     }
   }
 
@@ -153,8 +162,9 @@ class Future {
 
   struct State {
     std::mutex mutex;
-    std::optional<Result<T>> result;
-    std::vector<Callback> callbacks;
+    std::optional<Result<T>> result;  ///< set once, under the mutex; never changed afterwards
+    std::optional<Callback> first;    ///< the handlers registered first, while pending
+    std::vector<Callback> callbacks;  ///< the ones registered after them
   };
 
   /// Calls the handler that matches `result`. A handler that throws does not stop the others: the

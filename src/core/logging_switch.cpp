@@ -5,8 +5,18 @@
 
 namespace orvanta::detail {
 
+namespace {
+
+/// The key as the store takes it, made once: the switch is read for every line the kit may log.
+const std::string& key() {
+  static const auto* text = new std::string(kIsLoggingEnabledKey);  // never destroyed
+  return *text;
+}
+
+}  // namespace
+
 bool isLoggingEnabled(port::PreferencesStore& preferences) {
-  auto value = preferences.object(std::string(kIsLoggingEnabledKey));
+  auto value = preferences.object(key());
   if (!value) {
     return false;
   }
@@ -17,7 +27,13 @@ bool isLoggingEnabled(port::PreferencesStore& preferences) {
 }
 
 void setLoggingEnabled(port::PreferencesStore& preferences, bool enabled) {
-  preferences.setObject(std::string(kIsLoggingEnabledKey), port::PreferenceValue(enabled));
+  // Every launch sets the switch (the default configuration, then the host's choice) and mostly
+  // to what it was: a store may have to write and sync a file for each change.
+  if (auto stored = preferences.object(key());
+      stored && *stored == port::PreferenceValue(enabled)) {
+    return;
+  }
+  preferences.setObject(key(), port::PreferenceValue(enabled));
 }
 
 }  // namespace orvanta::detail

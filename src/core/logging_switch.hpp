@@ -13,7 +13,8 @@ inline constexpr std::string_view kIsLoggingEnabledKey = "orvanta.userDefaults.i
 /// value reads as false.
 bool isLoggingEnabled(port::PreferencesStore& preferences);
 
-/// Persists the logging switch in `preferences`.
+/// Persists the logging switch in `preferences`; a switch that holds `enabled` already is not
+/// written again.
 void setLoggingEnabled(port::PreferencesStore& preferences, bool enabled);
 
 }  // namespace orvanta::detail

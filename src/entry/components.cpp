@@ -10,6 +10,53 @@
 #include "user/orvanta_user_data_impl.hpp"
 
 namespace orvanta::detail {
+namespace {
+
+/// The context's event database, opened by its first use (the first event tracked, the first
+/// flush) rather than when the kit is built: a launch that tracks nothing opens no file. When it
+/// can't be opened, every call does nothing, as the queue does without a database.
+class EventStoreOpenedOnUse final : public EventDatabase {
+ public:
+  explicit EventStoreOpenedOnUse(std::shared_ptr<const KitContext> context)
+      : context_(std::move(context)) {}
+
+  void add(const OrvantaEvent& record) override {
+    if (auto* store = opened()) {
+      store->add(record);
+    }
+  }
+  std::vector<Row> allRows() override {
+    auto* store = opened();
+    return store ? store->allRows() : std::vector<Row>{};
+  }
+  void deleteRows(std::string_view column, const std::string& value) override {
+    if (auto* store = opened()) {
+      store->deleteRows(column, value);
+    }
+  }
+  void deleteRow(std::string_view primaryKey) override {
+    if (auto* store = opened()) {
+      store->deleteRow(primaryKey);
+    }
+  }
+  void inTransaction(const std::function<void()>& work) override {
+    if (auto* store = opened()) {
+      store->inTransaction(work);
+    }
+  }
+  void setAside(std::int64_t rowId, std::string_view reason) override {
+    if (auto* store = opened()) {
+      store->setAside(rowId, reason);
+    }
+  }
+
+ private:
+  EventDatabase* opened() const { return context_->eventStore().get(); }
+
+  std::shared_ptr<const KitContext> context_;
+};
+
+}  // namespace
 
 PushComponents makePushComponents(const std::shared_ptr<KitContext>& context,
                                   bool hookPlatformCallbacks) {
@@ -50,7 +97,7 @@ std::unique_ptr<OrvantaUserData> makeUserData(const std::shared_ptr<KitContext>&
 
 std::unique_ptr<OrvantaAnalytics> makeAnalytics(const std::shared_ptr<KitContext>& context) {
   auto handler = OrvantaAnalyticsOperationsHandler::make({
-      .eventsDatabase = context->eventStore(),
+      .eventsDatabase = std::make_shared<EventStoreOpenedOnUse>(context),
       .makeEventsService = [context]() -> std::shared_ptr<EventsServiceProtocol> {
         return std::make_shared<EventsService>(context->router<EventsEndPoint>());
       },

@@ -31,8 +31,8 @@ PushComponents makePushComponents(const std::shared_ptr<KitContext>& context,
 /// Step 2: the user-data facade over the context's device authorization.
 std::unique_ptr<OrvantaUserData> makeUserData(const std::shared_ptr<KitContext>& context);
 
-/// Step 3: the event queue over the context's event database and the analytics facade, observing
-/// did-enter-background.
+/// Step 3: the event queue over the context's event database (opened by its first use) and the
+/// analytics facade, observing did-enter-background.
 std::unique_ptr<OrvantaAnalytics> makeAnalytics(const std::shared_ptr<KitContext>& context);
 
 /// Step 4: the in-app push handler, observing will-enter-foreground and did-finish-launching.

@@ -1,8 +1,10 @@
 #include "networking/json_parameter_encoder.hpp"
 
+#include <algorithm>
 #include <exception>
 #include <string>
 
+#include "core/text.hpp"
 #include "networking/networking_error.hpp"
 
 namespace orvanta {
@@ -20,9 +22,13 @@ void JSONParameterEncoder::encode(port::HttpRequest& request,
 
 void JSONParameterEncoder::encodeWritten(port::HttpRequest& request, std::string body) const {
   request.body = std::move(body);
-  const std::string name(contentTypeHeader.first);
-  if (!port::findHeader(request.headers, name)) {
-    request.headers.emplace_back(name, std::string(contentTypeHeader.second));
+  const bool named =
+      std::any_of(request.headers.begin(), request.headers.end(), [](const auto& field) {
+        return equalsIgnoringAsciiCase(field.first, contentTypeHeader.first);
+      });
+  if (!named) {
+    request.headers.emplace_back(std::string(contentTypeHeader.first),
+                                 std::string(contentTypeHeader.second));
   }
 }
 

@@ -15,7 +15,8 @@ void setHeader(port::HttpHeaders& headers, const std::string& name, const std::s
     return equalsIgnoringAsciiCase(field.first, name);
   });
   if (existing != headers.end()) {
-    *existing = {name, value};
+    existing->first = name;
+    existing->second = value;
   } else {
     headers.emplace_back(name, value);
   }
@@ -29,7 +30,10 @@ port::HttpRequest buildRequest(HTTPMethod method, std::string url,
   request.method = std::string(rawValue(method));
   request.timeout = timeout;
   request.ignoreCache = true;
-  for (const auto& [name, value] : Constants::Networking::defaultHeaders()) {
+  const auto& defaults = Constants::Networking::defaultHeaders();
+  request.headers.reserve(defaults.size() + familyHeaders.size() + task.additionalHeaders.size() +
+                          1);  // and the content type the encoder may add
+  for (const auto& [name, value] : defaults) {
     setHeader(request.headers, name, value);
   }
   for (const auto& [name, value] : familyHeaders) {
