@@ -49,6 +49,15 @@ class EventStoreOpenedOnUse final : public EventDatabase {
       store->setAside(rowId, reason);
     }
   }
+  std::vector<DamagedRow> damagedRows() override {
+    auto* store = opened();
+    return store ? store->damagedRows() : std::vector<DamagedRow>{};
+  }
+  void checkpoint() override {
+    if (auto* store = opened()) {
+      store->checkpoint();
+    }
+  }
 
  private:
   EventDatabase* opened() const { return context_->eventStore().get(); }
