@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/guard.hpp"
+#include "core/health.hpp"
 #include "core/logger.hpp"
 #include "push/remote_notification.hpp"
 
@@ -58,7 +59,10 @@ class PushInFlight : public std::enable_shared_from_this<PushInFlight> {
     }
     cancelTimer();
     notificationCenter_->add(port::NotificationRequest{request_.identifier, std::move(content)},
-                             nullptr);
+                             [](const std::optional<Error>& error) {
+                               health::count(error ? health::Counter::pushesDroppedNotShown
+                                                   : health::Counter::pushesShown);
+                             });
     // Released on the main queue, never inside one of the extension's own calls.
     mainQueue_->async([self = shared_from_this()] { self->extension_.reset(); });
   }
@@ -111,6 +115,7 @@ RemotePushDelivery::RemotePushDelivery(Options options) : options_(std::move(opt
 }
 
 void RemotePushDelivery::deliver(ValueMap userInfo) {
+  health::count(health::Counter::pushesReceived);
   auto push = std::make_shared<PushInFlight>(notificationRequestFromUserInfo(userInfo),
                                              options_.notificationCenter, options_.mainQueue);
   ExtensionFactory makeExtension = options_.makeExtension;

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
 #include "analytics/orvanta_analytics_impl.hpp"
 #include "core/guard.hpp"
+#include "core/health.hpp"
 #include "core/logger.hpp"
 #include "core/utf8.hpp"
 
@@ -32,8 +34,10 @@ void OrvantaAnalytics::Impl::trackEvent(const std::string& name, const ValueMap&
   if (!dependencies_.authData || !dependencies_.operationsHandler) {
     return;
   }
+  health::count(health::Counter::eventsTracked);
   OrvantaDevice device = dependencies_.authData->device();
   if (!device.deviceToken) {
+    health::count(health::Counter::eventsRefused);
     return;  // no push token yet: nothing is recorded
   }
   auto now = dependencies_.clock->now();
@@ -43,6 +47,7 @@ void OrvantaAnalytics::Impl::trackEvent(const std::string& name, const ValueMap&
   if (auto size = event->oversizedBody()) {
     // Never stored: the service would refuse it at every flush. The line names the event by the
     // start of its name, not the whole of it.
+    health::count(health::Counter::eventsRefused);
     constexpr std::size_t kNameShown = 40;
     OrvantaLogger::error([&] {
       std::string shown = event->name.size() > kNameShown
@@ -59,6 +64,20 @@ void OrvantaAnalytics::Impl::trackEvent(const std::string& name, const ValueMap&
 
 std::size_t OrvantaAnalytics::Impl::flush(std::chrono::steady_clock::time_point deadline) {
   return dependencies_.operationsHandler ? dependencies_.operationsHandler->flush(deadline) : 0;
+}
+
+void OrvantaAnalytics::Impl::describeQueue(OrvantaHealth& health) const {
+  if (!dependencies_.operationsHandler) {
+    return;
+  }
+  const auto queue = dependencies_.operationsHandler->queueState();
+  health.rowsWaiting = queue.waiting;
+  if (queue.oldestCreatedAt && dependencies_.clock) {
+    const double now =
+        std::chrono::duration<double>(dependencies_.clock->now().time_since_epoch()).count();
+    const double age = std::max(0.0, now - *queue.oldestCreatedAt);
+    health.oldestWaiting = std::chrono::milliseconds(static_cast<std::int64_t>(age * 1000.0));
+  }
 }
 
 void OrvantaAnalytics::Impl::observeGoingBackground() {

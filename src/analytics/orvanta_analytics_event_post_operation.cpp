@@ -1,8 +1,22 @@
 #include "analytics/orvanta_analytics_event_post_operation.hpp"
 
+#include "core/health.hpp"
 #include "core/logger.hpp"
 
 namespace orvanta {
+namespace {
+
+/// A failed post as the health counters sort it: answered 4xx, answered otherwise, or no answer.
+health::Counter postFailureKind(const Error& error) {
+  if (error.orvantaCase() == Error::OrvantaErrorCase::statusCode) {
+    return error.code() >= 400 && error.code() < 500 ? health::Counter::postFailuresClientError
+                                                     : health::Counter::postFailuresServerError;
+  }
+  return error.domain() == Error::Domain::transport ? health::Counter::postFailuresNetwork
+                                                    : health::Counter::postFailuresServerError;
+}
+
+}  // namespace
 
 void OrvantaAnalyticsEventPostOperation::execute() {
   std::weak_ptr<OrvantaAnalyticsEventPostOperation> weak =
@@ -15,6 +29,8 @@ void OrvantaAnalyticsEventPostOperation::execute() {
   }
   CompletionHandler<Void> handler;
   handler.onNext = [weak] {
+    health::count(health::Counter::eventsPosted);
+    health::notePostSucceeded();
     auto self = weak.lock();
     if (!self) {
       return;
@@ -25,6 +41,7 @@ void OrvantaAnalyticsEventPostOperation::execute() {
     self->finish();
   };
   handler.onError = [weak](const Error& error) {
+    health::count(postFailureKind(error));
     auto self = weak.lock();
     if (!self) {
       return;
@@ -39,6 +56,7 @@ void OrvantaAnalyticsEventPostOperation::execute() {
     service->addEvent(*event, std::move(handler));
   } catch (...) {
     // A service that throws instead of failing its handler: the post failed.
+    health::count(health::Counter::postFailuresNetwork);
     if (output.operationFinishedWithSuccess) {
       output.operationFinishedWithSuccess(false);
     }

@@ -9,6 +9,7 @@
 #include "analytics/orvanta_analytics_operations_handler.hpp"
 #include "core/config_file_helper.hpp"
 #include "networking/auth_data.hpp"
+#include "orvanta/health.hpp"
 #include "orvanta/orvanta_analytics.hpp"
 #include "orvanta/port/clock.hpp"
 #include "orvanta/port/lifecycle.hpp"
@@ -41,6 +42,9 @@ class OrvantaAnalytics::Impl : public std::enable_shared_from_this<OrvantaAnalyt
   void trackEvent(const std::string& name, const ValueMap& parameters);
   /// `OrvantaAnalyticsOperationsHandlerProtocol::flush`; 0 when there is no queue.
   std::size_t flush(std::chrono::steady_clock::time_point deadline);
+  /// Fills the event queue's fields of `health`: what waits, and how long the oldest has waited
+  /// by the facade's clock. Never waits for the database. Any thread.
+  void describeQueue(OrvantaHealth& health) const;
 
   /// The background task being held, or `port::kInvalidBackgroundTask`.
   port::BackgroundTaskId backgroundTask() const { return backgroundTask_.load(); }

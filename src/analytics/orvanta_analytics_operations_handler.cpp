@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "analytics/orvanta_analytics_event_post_operation.hpp"
+#include "core/health.hpp"
 #include "core/logger.hpp"
 #include "core/utf8.hpp"
 
@@ -186,10 +187,50 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
   std::chrono::steady_clock::time_point retryAt;
   std::chrono::milliseconds retryPause = kFirstDeletionRetry;
   bool retryNow = false;
+  /// The queue as the handler last saw it: events stored or held in memory and not delivered,
+  /// and the oldest one's key and creation time.
+  QueueState queue;
+  std::string oldestKey;
+
+  /// An event joined the queue. Under `mutex`.
+  void queued(const OrvantaEvent& event) {
+    if (queue.waiting++ == 0) {
+      queue.oldestCreatedAt = event.createdAt;
+      oldestKey = event.uuidId;
+    }
+  }
+
+  /// A fetch saw `rows` (those not delivered) and `held` events in memory. In the section.
+  void sawQueue(const std::vector<EventDatabase::Row>& rows) {
+    std::optional<double> oldest;
+    std::string key;
+    if (!heldInMemory.empty()) {
+      oldest = heldInMemory.front()->createdAt;
+      key = heldInMemory.front()->uuidId;
+    }
+    std::lock_guard lock(mutex);
+    if (!rows.empty()) {
+      // The first row is the oldest stored; read back only when it changed.
+      if (rows.front()->primaryKey() == oldestKey && queue.oldestCreatedAt) {
+        oldest = queue.oldestCreatedAt;
+      } else {
+        try {
+          oldest = rows.front()->record().createdAt;
+        } catch (const Error&) {
+          oldest.reset();
+        }
+      }
+      key = std::string(rows.front()->primaryKey());
+    }
+    queue.waiting = rows.size() + heldInMemory.size();
+    queue.oldestCreatedAt = oldest;
+    oldestKey = std::move(key);
+  }
 
   /// A write failed because the database can't be written: one error line when a run of such
   /// failures begins. In the section.
   void writesFailed(const Error& error) {
+    health::count(health::Counter::storageErrors);
     if (writesFailing) {
       return;
     }
@@ -236,6 +277,10 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
       heldInMemory.pop_front();
       ++dropped;
     }
+    if (dropped > 0) {
+      std::lock_guard lock(mutex);
+      queue.waiting -= std::min(queue.waiting, dropped);
+    }
     for (std::size_t i = 0; i < dropped; ++i) {
       // Said at the first one dropped, then at the 10th, the 100th...
       const std::size_t count = ++droppedFromMemory;
@@ -264,12 +309,14 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
       storeHeld(*heldInMemory.front());
       bytesHeldInMemory -= approximateBytes(*heldInMemory.front());
       heldInMemory.pop_front();
+      health::count(health::Counter::eventsStored);
       if (!heldInMemory.empty()) {
         database->inTransaction([&] {
           for (const auto& event : heldInMemory) {
             storeHeld(*event);
           }
         });
+        health::count(health::Counter::eventsStored, heldInMemory.size());
       }
     } catch (const Error& error) {
       writesFailed(error);
@@ -301,6 +348,7 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
         setAsideOversized(*database, rows);
         return rows;
       } catch (const Error& error) {
+        health::count(health::Counter::storageErrors);
         OrvantaLogger::verbose("Unable to fetch all events from database - " +
                                error.localizedDescription());
         if (retried || error.domain() != Error::Domain::decoding || !setAsideDamaged(*database)) {
@@ -315,6 +363,10 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
     std::lock_guard lock(mutex);
     if (!delivered.emplace(row->primaryKey()).second) {
       return;  // posted twice and already waiting
+    }
+    if (queue.waiting > 0 && --queue.waiting == 0) {
+      queue.oldestCreatedAt.reset();
+      oldestKey.clear();
     }
     waiting.push_back(std::move(row));
     if (waiting.size() == 1 || waiting.size() == kDeletionBatch) {
@@ -403,6 +455,8 @@ struct OrvantaAnalyticsOperationsHandler::Shared {
           writesWork(0);
         } else if (isStorageFault(failures.front().second)) {
           writesFailed(failures.front().second);
+        } else {
+          health::count(health::Counter::storageErrors);
         }
       }
       // Still inside the section, so that a flush sees each row either gone or left out.
@@ -476,17 +530,32 @@ void OrvantaAnalyticsOperationsHandler::addEventToDatabase(
     }
     if (!shared_->heldInMemory.empty()) {
       // After those held before it, so that events are stored in the order they came.
+      {
+        std::lock_guard lock(shared_->mutex);
+        shared_->queued(*event);
+      }
       shared_->holdInMemory(event);
       failure = shared_->storeHeldEvents();
     } else {
       try {
         shared_->database->add(*event);
+        health::count(health::Counter::eventsStored);
+        {
+          std::lock_guard lock(shared_->mutex);
+          shared_->queued(*event);
+        }
         shared_->writesWork(0);
       } catch (const Error& error) {
         failure = error;
         if (isStorageFault(error)) {
           shared_->writesFailed(error);
+          {
+            std::lock_guard lock(shared_->mutex);
+            shared_->queued(*event);
+          }
           shared_->holdInMemory(event);
+        } else {
+          health::count(health::Counter::storageErrors);
         }
       }
     }
@@ -513,12 +582,15 @@ void OrvantaAnalyticsOperationsHandler::postEventsFromDatabase() {
       return;
     }
     rows = std::move(*fetched);
-    std::lock_guard lock(shared_->mutex);
-    if (!shared_->delivered.empty()) {
-      std::erase_if(rows, [&](const EventDatabase::Row& row) {
-        return shared_->delivered.find(row->primaryKey()) != shared_->delivered.end();
-      });
+    {
+      std::lock_guard lock(shared_->mutex);
+      if (!shared_->delivered.empty()) {
+        std::erase_if(rows, [&](const EventDatabase::Row& row) {
+          return shared_->delivered.find(row->primaryKey()) != shared_->delivered.end();
+        });
+      }
     }
+    shared_->sawQueue(rows);
   }
   if (rows.empty()) {
     return;
@@ -601,6 +673,11 @@ std::optional<std::size_t> OrvantaAnalyticsOperationsHandler::eventsLeft() {
                            error.localizedDescription());
     return held > 0 ? std::optional<std::size_t>(held) : std::nullopt;
   }
+}
+
+OrvantaAnalyticsOperationsHandler::QueueState OrvantaAnalyticsOperationsHandler::queueState() {
+  std::lock_guard lock(shared_->mutex);
+  return shared_->queue;
 }
 
 std::size_t OrvantaAnalyticsOperationsHandler::eventsHeldInMemory() {

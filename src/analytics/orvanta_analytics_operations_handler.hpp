@@ -33,6 +33,14 @@ class OrvantaAnalyticsOperationsHandlerProtocol {
   /// Makes every stored event durable, so that a power cut can't take it: the events held in
   /// memory are stored, then the database checkpointed and synced. Blocks the caller.
   virtual void checkpoint() = 0;
+
+  /// The queue as the handler last saw it (at its last fetch, and counting what was added and
+  /// delivered since); nothing before the first event or flush. Never waits for the database.
+  struct QueueState {
+    std::size_t waiting = 0;                ///< events stored or held, not yet delivered
+    std::optional<double> oldestCreatedAt;  ///< the oldest one's creation, seconds since 1970
+  };
+  virtual QueueState queueState() { return {}; }
 };
 
 /// Keeps tracked events in the event database and posts them to the events endpoint, at most 10
@@ -92,6 +100,7 @@ class OrvantaAnalyticsOperationsHandler
   void cancelAllOperations() override;
   std::size_t flush(std::chrono::steady_clock::time_point deadline) override;
   void checkpoint() override;
+  QueueState queueState() override;
 
   /// Blocks until no post is waiting or running and every deletion they asked for has run. For
   /// tests and tools; not from a post's own thread.

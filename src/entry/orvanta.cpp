@@ -127,7 +127,15 @@ std::size_t Orvanta::flush(std::chrono::milliseconds timeout) {
 }
 
 OrvantaHealth Orvanta::health() {
-  return detail::shielded([] { return health::snapshot(); }, OrvantaHealth{});
+  return detail::shielded(
+      [] {
+        OrvantaHealth health = health::snapshot();
+        if (const auto& impl = analytics().impl()) {
+          impl->describeQueue(health);
+        }
+        return health;
+      },
+      OrvantaHealth{});
 }
 
 bool Orvanta::isAutoConfigurationForPushNotificationsEnabled() {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <utility>
 
+#include "core/health.hpp"
 #include "core/logger.hpp"
 
 namespace orvanta {
@@ -30,12 +31,16 @@ void OrvantaNotificationStatusReporter::report(
       status == OrvantaNotificationStatus::PushReportStatus::received ? "received" : "reactedOn";
   CompletionHandler<Void> handler;
   handler.onNext = [statusName, pushId] {
+    health::count(health::Counter::reportsSent);
     OrvantaLogger::info([&] {
       return std::string("Successfully reported status: ") + statusName +
              " for push with id: " + pushId;
     });
   };
-  handler.onError = [](const Error& error) { OrvantaLogger::error(error); };
+  handler.onError = [](const Error& error) {
+    health::count(health::Counter::reportsFailed);
+    OrvantaLogger::error(error);
+  };
   dependencies_.pushesService->report(record, std::move(handler));
 }
 

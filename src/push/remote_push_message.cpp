@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "core/health.hpp"
 #include "core/json_coding.hpp"
 #include "core/logger.hpp"
 #include "models/value_json.hpp"
@@ -10,6 +11,8 @@ namespace orvanta {
 namespace {
 
 std::optional<ValueMap> drop(const std::string& why) {
+  health::count(health::Counter::pushesReceived);
+  health::count(health::Counter::pushesDroppedInvalid);
   OrvantaLogger::error("Dropped a push message: " + why);
   return std::nullopt;
 }

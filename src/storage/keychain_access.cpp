@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "core/health.hpp"
+
 namespace orvanta {
 namespace {
 
@@ -63,6 +65,7 @@ void KeychainAccess::writeLocked(const std::string& key, const std::optional<std
       throw makeError(Error::couldNotWriteData);
     }
   } catch (const orvanta::Error&) {
+    health::count(health::Counter::storageErrors);
     if (keep) {
       unsaved_[key] = value;
     } else {

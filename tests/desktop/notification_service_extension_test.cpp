@@ -11,10 +11,13 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 
+#include "core/health.hpp"
 #include "linux/gio/gio_notification_center.hpp"
 #include "linux/remote_push_delivery.hpp"
 #include "push/orvanta_notification_service_extension_impl.hpp"
+#include "push/remote_push_message.hpp"
 #include "testing/dbus/fake_notification_server.hpp"
 #include "testing/dbus/private_session_bus.hpp"
 #include "testing/fake_push_platform.hpp"
@@ -314,6 +317,52 @@ TEST_F(NotificationServiceExtensionTest, AHostsExtensionDecidesWhatIsShownWithin
                 .summary,
             "Sale");
   EXPECT_EQ(deliverAndWait(push(std::nullopt), [] { return nullptr; }).summary, "Sale");
+}
+
+// The health counters follow a push's life: received and shown with its report sent, received
+// but not the kit's format, a report the service refuses, and shown to a desktop that has no
+// notification server any more.
+TEST_F(NotificationServiceExtensionTest, HealthCountersFollowAPushsLife) {
+  const OrvantaHealth before = health::snapshot();
+  const auto counted = [&](std::uint64_t OrvantaHealth::*counter) {
+    return health::snapshot().*counter - before.*counter;
+  };
+  // Shown or not is counted when the server has answered, just after it recorded the call.
+  const auto reaches = [&](std::uint64_t OrvantaHealth::*counter, std::uint64_t value) {
+    const auto deadline = std::chrono::steady_clock::now() + testing::kPatience;
+    while (counted(counter) < value && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(5ms);
+    }
+    return counted(counter) == value;
+  };
+
+  deliverAndWait(push(std::nullopt));
+  EXPECT_FALSE(remotePushUserInfo("{\"aps\": "));
+  struct Refusing : PushesServiceProtocol {
+    void report(const OrvantaNotificationStatus&, CompletionHandler<Void> handler) override {
+      handler.onError(Error::statusCode(500));
+    }
+  };
+  auto refused = std::make_shared<OrvantaNotificationServiceExtension::Impl>(
+      OrvantaNotificationServiceExtension::Impl::Dependencies{
+          std::make_shared<OrvantaNotificationStatusReporter>(
+              OrvantaNotificationStatusReporter::Dependencies{
+                  std::make_shared<Refusing>(), context().commonData(), platform()->clock}),
+          platform()->httpClient, std::make_shared<FolderLocations>(attachments_.path())});
+  deliverAndWait(push(std::nullopt), [refused] {
+    return std::make_shared<OrvantaNotificationServiceExtension>(refused);
+  });
+  EXPECT_EQ(counted(&OrvantaHealth::pushesReceived), 3u);
+  EXPECT_EQ(counted(&OrvantaHealth::pushesDroppedInvalid), 1u);
+  EXPECT_EQ(counted(&OrvantaHealth::reportsSent), 1u);
+  EXPECT_EQ(counted(&OrvantaHealth::reportsFailed), 1u);
+  EXPECT_TRUE(reaches(&OrvantaHealth::pushesShown, 2));
+
+  server_.reset();
+  linux_platform::RemotePushDelivery::make({centre_, platform()->mainQueue, {}, 60s})
+      ->deliver(push(std::nullopt));
+  EXPECT_TRUE(reaches(&OrvantaHealth::pushesDroppedNotShown, 1));
+  EXPECT_EQ(counted(&OrvantaHealth::pushesShown), 2u);
 }
 
 }  // namespace

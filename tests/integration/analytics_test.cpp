@@ -11,6 +11,7 @@
 #include <sqlite3.h>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "core/health.hpp"
 #include "testing/sandbox_test.hpp"
 
 namespace orvanta {
@@ -233,10 +234,10 @@ TEST_F(AnalyticsTest, EventsOverTheServiceLimitAreRefusedOrSetAsideNeverPostedFo
                          &connection),
             SQLITE_OK);
   sqlite3_stmt* statement = nullptr;
-  ASSERT_EQ(sqlite3_prepare_v2(connection,
-                               "SELECT \"eventName\", \"reason\" FROM \"orvantaevent_aside\"", -1,
-                               &statement, nullptr),
-            SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_prepare_v2(connection, "SELECT \"eventName\", \"reason\" FROM \"orvantaevent_aside\"",
+                         -1, &statement, nullptr),
+      SQLITE_OK);
   ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
   EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "over");
   EXPECT_THAT(reinterpret_cast<const char*>(sqlite3_column_text(statement, 1)),
@@ -268,11 +269,70 @@ TEST_F(AnalyticsTest, FlushWaitsUntilDeliveredOrTheDeadlineAndSaysWhatIsLeft) {
   settle();
   sandbox().reset();
   sandbox().setFault(std::nullopt, refusing());
-  EXPECT_EQ(analytics_->impl()->flush(std::chrono::steady_clock::now() +
-                                      std::chrono::milliseconds(600)),
-            1u);
+  EXPECT_EQ(
+      analytics_->impl()->flush(std::chrono::steady_clock::now() + std::chrono::milliseconds(600)),
+      1u);
   EXPECT_GE(sandbox().requestCount(), 2u);  // tried again before giving up
   EXPECT_EQ(storedRows(), 1u);
+}
+
+// The health counters follow an event's life: tracked without a device or over the limit
+// (refused), stored, waiting while the service refuses or can't be reached (failures by kind, the
+// queue and its oldest event's age), then posted.
+TEST_F(AnalyticsTest, HealthCountersFollowAnEventsLife) {
+  const auto delta = [before = health::snapshot()](const OrvantaHealth& now) {
+    OrvantaHealth d = now;
+    d.eventsTracked -= before.eventsTracked;
+    d.eventsRefused -= before.eventsRefused;
+    d.eventsStored -= before.eventsStored;
+    d.eventsPosted -= before.eventsPosted;
+    d.postFailuresNetwork -= before.postFailuresNetwork;
+    d.postFailuresClientError -= before.postFailuresClientError;
+    d.postFailuresServerError -= before.postFailuresServerError;
+    return d;
+  };
+  const auto now = [&] {
+    OrvantaHealth health = health::snapshot();
+    analytics_->impl()->describeQueue(health);
+    return delta(health);
+  };
+
+  analytics_->trackEvent("no-device");
+  givePushToken();
+  analytics_->trackEvent(std::string(1 << 17, 'n'));
+  EXPECT_EQ(now().eventsTracked, 2u);
+  EXPECT_EQ(now().eventsRefused, 2u);
+
+  sandbox::Fault badRequest;
+  badRequest.status = 400;
+  sandbox().setFault(Endpoint::event, badRequest);
+  analytics_->trackEvent("first");
+  settle();
+  sandbox().setFault(Endpoint::event, refusing());
+  testPlatform().clock()->advance(std::chrono::seconds(90));
+  analytics_->trackEvent("second");
+  settle();
+  sandbox().setFault(Endpoint::event, sandbox::Fault{.drop = true});
+  analytics_->trackEvent("third");
+  settle();
+  OrvantaHealth waiting = now();
+  EXPECT_EQ(waiting.eventsStored, 3u);
+  EXPECT_EQ(waiting.eventsPosted, 0u);
+  // Every flush posts every stored row: 1 + 2 + 3 posts, each refused its own way.
+  EXPECT_EQ(waiting.postFailuresClientError, 1u);
+  EXPECT_EQ(waiting.postFailuresServerError, 2u);
+  EXPECT_EQ(waiting.postFailuresNetwork, 3u);
+  EXPECT_EQ(waiting.rowsWaiting, 3u);
+  EXPECT_GE(waiting.oldestWaiting, std::chrono::seconds(90));
+
+  sandbox().clearFaults();
+  const auto beforeDelivery = std::chrono::system_clock::now();
+  EXPECT_EQ(analytics_->impl()->flush(std::chrono::steady_clock::now() + testing::kPatience), 0u);
+  OrvantaHealth delivered = now();
+  EXPECT_EQ(delivered.eventsPosted, 3u);
+  EXPECT_EQ(delivered.rowsWaiting, 0u);
+  EXPECT_EQ(delivered.oldestWaiting, std::chrono::milliseconds(0));
+  EXPECT_GE(delivered.lastSuccessfulPost + std::chrono::seconds(1), beforeDelivery);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "core/health.hpp"
 #include "testing/sandbox_test.hpp"
 #include "testing/storage_faults.hpp"
 
@@ -84,6 +85,7 @@ class StorageFaultsTest : public testing::SandboxTest {
 
 TEST_F(StorageFaultsTest, ADiskFullWhileTheServiceIsDownLosesNothing) {
   // The database is opened before the disk fills, as by a running application.
+  const OrvantaHealth before = health::snapshot();
   serviceDown();
   for (int i = 0; i < 10; ++i) {
     track("before-" + std::to_string(i));
@@ -94,6 +96,12 @@ TEST_F(StorageFaultsTest, ADiskFullWhileTheServiceIsDownLosesNothing) {
   }
   EXPECT_EQ(handler_->eventsHeldInMemory(), 200u);
   EXPECT_EQ(lines("The event database can't be written (database or disk is full"), 1u);
+  // The health snapshot counts each refused write and sees the held events wait with the stored.
+  OrvantaHealth full = health::snapshot();
+  analytics_->describeQueue(full);
+  EXPECT_GE(full.storageErrors - before.storageErrors, 200u);
+  EXPECT_EQ(full.eventsStored - before.eventsStored, 10u);
+  EXPECT_EQ(full.rowsWaiting, 210u);
 
   disk_->setFault(Fault::none);
   for (int i = 0; i < 10; ++i) {
@@ -106,6 +114,10 @@ TEST_F(StorageFaultsTest, ADiskFullWhileTheServiceIsDownLosesNothing) {
   sandbox().clearFaults();
   EXPECT_EQ(handler_->flush(std::chrono::steady_clock::now() + testing::kPatience), 0u);
   expectEveryTrackedEventDelivered("disk full while the service is down, then both back");
+  OrvantaHealth back = health::snapshot();
+  analytics_->describeQueue(back);
+  EXPECT_EQ(back.eventsStored - before.eventsStored, tracked_.size());
+  EXPECT_EQ(back.rowsWaiting, 0u);
   EXPECT_TRUE(sandbox().violations().empty());
 }
 
