@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <string>
 
 #include "orvanta/export.hpp"
 
@@ -37,6 +38,12 @@ struct ORVANTA_API OrvantaHealth {
   std::uint64_t pushesDroppedNotShown = 0;  ///< valid, but the desktop would not show it
   std::uint64_t reportsSent = 0;            ///< status reports the service took
   std::uint64_t reportsFailed = 0;          ///< status reports that failed
+
+  /// The snapshot as one compact JSON object, keys named as the fields above, in their order;
+  /// `oldestWaiting` as "oldestWaitingMs" and `lastSuccessfulPost` as "lastSuccessfulPostMs"
+  /// (milliseconds since 1970, 0 when none). For a host's own log or diagnostics; the
+  /// development sandbox shows it on its console when a host posts it there. Any thread.
+  std::string json() const;
 };
 
 }  // namespace orvanta

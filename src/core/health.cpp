@@ -3,6 +3,8 @@
 #include <array>
 #include <atomic>
 
+#include <nlohmann/json.hpp>
+
 namespace orvanta::health {
 namespace {
 
@@ -57,3 +59,33 @@ OrvantaHealth snapshot() noexcept {
 }
 
 }  // namespace orvanta::health
+
+namespace orvanta {
+
+std::string OrvantaHealth::json() const {
+  const auto since1970 = std::chrono::duration_cast<std::chrono::milliseconds>(
+      lastSuccessfulPost.time_since_epoch());
+  const nlohmann::ordered_json out = {
+      {"eventsTracked", eventsTracked},
+      {"eventsRefused", eventsRefused},
+      {"eventsStored", eventsStored},
+      {"eventsPosted", eventsPosted},
+      {"postFailuresNetwork", postFailuresNetwork},
+      {"postFailuresClientError", postFailuresClientError},
+      {"postFailuresServerError", postFailuresServerError},
+      {"rowsWaiting", rowsWaiting},
+      {"oldestWaitingMs", oldestWaiting.count()},
+      {"lastSuccessfulPostMs", since1970.count()},
+      {"storageErrors", storageErrors},
+      {"pushesReceived", pushesReceived},
+      {"pushesShown", pushesShown},
+      {"pushesDroppedInvalid", pushesDroppedInvalid},
+      {"pushesDroppedRefused", pushesDroppedRefused},
+      {"pushesDroppedNotShown", pushesDroppedNotShown},
+      {"reportsSent", reportsSent},
+      {"reportsFailed", reportsFailed},
+  };
+  return out.dump();
+}
+
+}  // namespace orvanta

@@ -5,6 +5,7 @@
 //   register         the platform delivers a push token
 //   track <name>     track an event with a few typed parameters
 //   background       the application moves to the background (the kit flushes its events)
+//   health           prints "health " and the kit's health snapshot as JSON
 //   quit
 //
 // It answers each command with "done <command>" once the kit has been called (the kit's work
@@ -74,6 +75,8 @@ int main(int argc, char** argv) {
       track(line.substr(6));
     } else if (line == "background") {
       orvanta::postLifecycleEvent(orvanta::port::LifecycleEvent::didEnterBackground);
+    } else if (line == "health") {
+      answer("health " + orvanta::Orvanta::health().json());
     } else if (line == "quit") {
       break;
     } else {

@@ -192,6 +192,23 @@ try {
       await page.locator('#event-rows tr', { hasText: 'after_fault' }).waitFor();
     });
 
+  await step('the health counters the host posts appear on its device', async () => {
+    kit.send('health');
+    const [, snapshot] = await kit.waitForLine(/^health (\{.*\})$/);
+    const counters = JSON.parse(snapshot);
+    assert.ok(counters.eventsPosted >= 4, snapshot);
+    assert.ok(counters.postFailuresServerError >= 1, snapshot);
+    await kit.waitForLine(/^done health$/);
+    await control.call('POST', `health/${userId}`, counters);
+    const health = page.locator('.device .health');
+    await health.waitFor();
+    assert.match(await health.locator('.param', { hasText: 'events posted' }).textContent(),
+      new RegExp(`${counters.eventsPosted}`));
+    assert.match(await health.textContent(), /last post/);
+    await assert.rejects(control.call('POST', `health/${userId}`, { eventsPosted: -1 }), /400/);
+    await assert.rejects(control.call('POST', 'health/nobody', counters), /404/);
+  });
+
   await step('faults are injected and cleared with the keyboard alone', async () => {
     await page.fill('#fault-status', '');
     await page.fill('#fault-count', '');

@@ -205,8 +205,35 @@
             [custom.string_fields, 'text', asText],
             [custom.integer_fields, 'integer', asValue],
             [custom.boolean_fields, 'Boolean', asValue],
-            [custom.date_fields, 'date', asReferenceDate]]))));
+            [custom.date_fields, 'date', asReferenceDate]])),
+          device.health ? [el('dt', { text: 'Kit health' }), el('dd', {}, healthChips(device.health))]
+            : null));
     }));
+  }
+
+  // The counters a host posted, as words: "eventsPosted" reads "events posted"; times and ages
+  // in milliseconds read as a date and a duration.
+  function healthChips(health) {
+    const words = (name) => name.replace(/Ms$/, '').replace(/([A-Z])/g, ' $1').toLowerCase();
+    const shown = (name, value) => {
+      if (name === 'lastSuccessfulPostMs') return value ? new Date(value).toISOString() : 'never';
+      if (name === 'oldestWaitingMs') return `${(value / 1000).toFixed(1)} s`;
+      return String(value);
+    };
+    // In the order of an event's life, then storage, then a push's life; others after.
+    const order = ['eventsTracked', 'eventsRefused', 'eventsStored', 'eventsPosted',
+      'postFailuresNetwork', 'postFailuresClientError', 'postFailuresServerError', 'rowsWaiting',
+      'oldestWaitingMs', 'lastSuccessfulPostMs', 'storageErrors', 'pushesReceived', 'pushesShown',
+      'pushesDroppedInvalid', 'pushesDroppedRefused', 'pushesDroppedNotShown', 'reportsSent',
+      'reportsFailed'];
+    const rank = (name) => (order.includes(name) ? order.indexOf(name) : order.length);
+    const entries = Object.entries(health).filter(([, value]) => typeof value === 'number')
+      .sort(([a], [b]) => rank(a) - rank(b));
+    return el('ul', { class: 'params health' }, entries.map(([name, value]) => el('li', {
+      class: `param${/Failures|Dropped|Refused|Failed|Errors/.test(name) && value > 0 ? ' param-warn' : ''}`,
+    },
+    el('span', { class: 'param-key', text: name === 'lastSuccessfulPostMs' ? 'last post' : words(name) }),
+    el('span', { class: 'param-value', text: shown(name, value) }))));
   }
 
   function moreNote(id, shown, total, what) {

@@ -92,6 +92,7 @@ nlohmann::json toJson(const Device& device) {
                         {"unregistered", device.unregistered}};
   out["registration_id"] = device.registrationId ? nlohmann::json(*device.registrationId) : nullptr;
   out["oldDeviceToken"] = device.oldDeviceToken ? nlohmann::json(*device.oldDeviceToken) : nullptr;
+  out["health"] = device.health;
   return out;
 }
 

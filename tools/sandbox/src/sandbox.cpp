@@ -642,6 +642,21 @@ class Sandbox::Impl {
       }
       return Answer::error(405, "last_push takes PUT, POST or DELETE");
     }
+    constexpr std::string_view healthPrefix = "health/";
+    if (path.substr(0, healthPrefix.size()) == healthPrefix && path.size() > healthPrefix.size()) {
+      if (method != "POST" && method != "PUT") {
+        return Answer::error(405, "health takes PUT or POST");
+      }
+      std::string why;
+      json counters = parsed(&why);
+      if (auto reason = healthProblem(counters)) {
+        return Answer::error(400, *reason + (why.empty() ? "" : " (this one is " + why + ")"));
+      }
+      if (!setHealth(path.substr(healthPrefix.size()), std::move(counters))) {
+        return Answer::error(404, "no device has that user id or push token");
+      }
+      return Answer{};
+    }
     constexpr std::string_view faultsPrefix = "faults/";
     if (path.substr(0, faultsPrefix.size()) == faultsPrefix) {
       const std::string_view name = path.substr(faultsPrefix.size());
@@ -701,6 +716,48 @@ class Sandbox::Impl {
       }
     }
     return token;
+  }
+
+  // Why `counters` is not a health snapshot as the kit writes it: a JSON object of at most 64
+  // counters, each named by up to 64 ASCII letters and a non-negative integer.
+  static std::optional<std::string> healthProblem(const json& counters) {
+    constexpr std::size_t kMaxCounters = 64;
+    const std::string expected =
+        "health counters are a JSON object of at most 64 names (letters) with non-negative "
+        "integers";
+    if (!counters.is_object() || counters.size() > kMaxCounters) {
+      return expected;
+    }
+    for (const auto& [name, value] : counters.items()) {
+      const bool letters = !name.empty() && name.size() <= kMaxCounters &&
+                           std::all_of(name.begin(), name.end(), [](unsigned char c) {
+                             return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+                           });
+      if (!letters || !value.is_number_unsigned()) {
+        return expected;
+      }
+    }
+    return std::nullopt;
+  }
+
+  // Keeps the counters a host posted for the device it names by user id or push token.
+  bool setHealth(std::string_view named, json counters) {
+    {
+      std::lock_guard lock(mutex_);
+      auto found = deviceIndex_.find(std::string(named));
+      Device* device = found != deviceIndex_.end() ? &devices_[found->second] : nullptr;
+      for (std::size_t i = 0; device == nullptr && i < devices_.size(); ++i) {
+        if (devices_[i].registrationId == named) {
+          device = &devices_[i];
+        }
+      }
+      if (device == nullptr) {
+        return false;
+      }
+      device->health = std::move(counters);
+    }
+    notifyChange();
+    return true;
   }
 
   // The push id of a whole payload or of its bare "data" object; empty when there is none.

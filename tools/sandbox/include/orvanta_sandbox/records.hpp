@@ -67,6 +67,7 @@ struct Device {
   nlohmann::json body;        // the whole last accepted body
   int registrations = 0;      // accepted posts to "devices" (and "devices/{id}" with a body)
   bool unregistered = false;  // a body-less post to "devices/{id}" named it
+  nlohmann::json health;      // the kit's health counters as its host last posted them, or null
 };
 
 // A status report; identical bodies count as one report delivered several times.
