@@ -20,7 +20,8 @@
 //               missed, as an alert; the user presses a button
 //   track       track a handful of events with typed parameters
 //   background  move the application to the background and show the events delivered
-//   tour        register, push, user, catchup, objc (when built), track, background
+//   health      print the kit's health counters and show them on the sandbox's console
+//   tour        register, push, user, catchup, objc (when built), track, background, health
 #include <orvanta.hpp>
 #include <orvanta_sandbox/sandbox.hpp>
 
@@ -54,7 +55,7 @@ struct Options {
 void usage() {
   std::fprintf(stderr,
                "usage: orvanta-demo [--bundle DIR] [--data-dir DIR] "
-               "[configure|register|push|user|catchup|objc|track|background|tour]...\n");
+               "[configure|register|push|user|catchup|objc|track|background|health|tour]...\n");
 }
 
 bool parse(int argc, char** argv, Options& options) {
@@ -337,6 +338,17 @@ bool goToBackground(Services& services) {
   return delivered;
 }
 
+// What the kit counted in this run, shown on the sandbox console beside the device.
+void reportHealth(Services& services, const std::string& deviceToken) {
+  say("the host reads the kit's health counters");
+  const std::string counters = orvanta::Orvanta::health().json();
+  std::printf("host: %s\n", counters.c_str());
+  if (!deviceToken.empty() &&
+      services.sandbox().setHealth(deviceToken, nlohmann::json::parse(counters))) {
+    std::printf("sandbox: the counters are shown beside the device on the console\n");
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -416,6 +428,9 @@ int main(int argc, char** argv) {
 #endif
       trackEvents();
       ok = goToBackground(services) && ok;
+      reportHealth(services, deviceToken);
+    } else if (verb == "health") {
+      reportHealth(services, deviceToken);
     } else {
       std::fprintf(stderr, "orvanta-demo: unknown verb %s\n", verb.c_str());
       usage();

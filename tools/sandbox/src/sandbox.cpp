@@ -1256,6 +1256,10 @@ InFlight Sandbox::inFlight(Endpoint endpoint) const {
   return impl_->inFlight_[static_cast<std::size_t>(endpoint)];
 }
 
+bool Sandbox::setHealth(const std::string& userIdOrToken, nlohmann::json counters) {
+  return !Impl::healthProblem(counters) && impl_->setHealth(userIdOrToken, std::move(counters));
+}
+
 void Sandbox::setLastPush(const std::string& deviceToken, nlohmann::json push) {
   impl_->setLastPush(deviceToken, std::move(push));
 }

@@ -72,6 +72,11 @@ class Sandbox {
   void setLastPush(const std::string& deviceToken, nlohmann::json push);
   void clearLastPush(const std::string& deviceToken);
 
+  // Keeps `counters` (a host's health snapshot, as the kit writes it) for the device with this
+  // user id or push token; the console shows them. False when no device matches or the counters
+  // are not a JSON object of named non-negative integers.
+  bool setHealth(const std::string& userIdOrToken, nlohmann::json counters);
+
   // Sends a push to the device with this token, as the service does: it becomes the device's
   // last push, then the payload (a bare "data" object put under "data") is POSTed to the push
   // endpoint the token stands for (its bytes in hex: see docs/sandbox.md), waiting up to 10 s for
