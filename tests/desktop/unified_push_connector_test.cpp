@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "core/health.hpp"
 #include "linux/file_secure_store.hpp"
 #include "orvanta_distributor/distributor.hpp"
 #include "testing/dbus/private_session_bus.hpp"
@@ -223,6 +224,7 @@ TEST_F(UnifiedPushConnectorTest, AStrangersCallsAreRefusedAndChangeNothing) {
   testing::BusPeer stranger(bus_.address());
   testing::BusPeer otherDistributor(bus_.address(), "org.unifiedpush.Distributor.other");
   ASSERT_TRUE(otherDistributor.ready()) << otherDistributor.failure();
+  const auto refusedBefore = health::snapshot().pushesDroppedRefused;
   for (auto* peer : {&stranger, &otherDistributor}) {
     EXPECT_THAT(peer->callConnector("Message", testing::messageArguments(ours, push)).value_or(""),
                 HasSubstr("AccessDenied"));
@@ -234,8 +236,9 @@ TEST_F(UnifiedPushConnectorTest, AStrangersCallsAreRefusedAndChangeNothing) {
         peer->callConnector("Unregistered", g_variant_new("(s)", ours.c_str())).value_or(""),
         HasSubstr("AccessDenied"));
   }
-  // Nothing shown, no new token reported, the endpoint kept.
+  // Nothing shown, no new token reported, the endpoint kept; the forged pushes counted refused.
   EXPECT_TRUE(connector->pushes.items().empty());
+  EXPECT_EQ(health::snapshot().pushesDroppedRefused - refusedBefore, 2U);
   EXPECT_EQ(connector->outcomes.items().size(), 1U);
   EXPECT_EQ(storedEndpoint(), endpoint);
   const auto warnings = logSink().linesContaining("call on the push connector from :");

@@ -1,7 +1,9 @@
 #include "linux/gio/distributor_watch.hpp"
 
+#include <string_view>
 #include <utility>
 
+#include "core/health.hpp"
 #include "core/logger.hpp"
 
 namespace orvanta::linux_platform {
@@ -16,6 +18,9 @@ const char* senderOf(GDBusMethodInvocation* invocation) {
 }
 
 void refuse(GDBusMethodInvocation* invocation, const std::string& why) {
+  if (std::string_view(g_dbus_method_invocation_get_method_name(invocation)) == "Message") {
+    health::count(health::Counter::pushesDroppedRefused);
+  }
   OrvantaLogger::warning([&] {
     return std::string("Ignored a ") + g_dbus_method_invocation_get_method_name(invocation) +
            " call on the push connector from " + senderOf(invocation) + ": " + why;
