@@ -1,10 +1,12 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -78,13 +80,33 @@ class PrivateDesktop : public ::testing::Environment {
 [[maybe_unused]] const auto* const kPrivateDesktop =
     ::testing::AddGlobalTestEnvironment(new PrivateDesktop());
 
-// The next line the handler writes into the pipe; empty on time-out.
+// The next line the handler writes into the pipe; empty on time-out. The pipe stays open for
+// reading and writing for the whole program: a handler never waits for a reader, and a reader
+// never sees the end of a writer that came and went between two reads (lines are kept).
 std::string readOpenedUrl() {
-  const int fd = ::open(PrivateDesktop::pipePath().c_str(), O_RDONLY | O_NONBLOCK);
-  const auto line =
-      testing::readLine(fd, std::chrono::steady_clock::now() + std::chrono::seconds(20));
-  ::close(fd);
-  return line.value_or("");
+  static const int fd = ::open(PrivateDesktop::pipePath().c_str(), O_RDWR | O_NONBLOCK);
+  static std::string pending;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (pending.find('\n') == std::string::npos) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    pollfd entry{fd, POLLIN, 0};
+    if (left.count() <= 0) {
+      return {};
+    }
+    if (::poll(&entry, 1, static_cast<int>(left.count())) < 0 && errno != EINTR) {
+      return {};
+    }
+    char buffer[512];
+    const ssize_t count = ::read(fd, buffer, sizeof buffer);
+    if (count > 0) {
+      pending.append(buffer, static_cast<std::size_t>(count));
+    }
+  }
+  const auto end = pending.find('\n');
+  std::string line = pending.substr(0, end);
+  pending.erase(0, end + 1);
+  return line;
 }
 
 class RecordingApplicationDelegate : public port::ApplicationDelegate {
