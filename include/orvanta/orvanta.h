@@ -16,8 +16,9 @@
  * - Text out that the caller owns is a `char*` returned or stored by the function; free it with
  *   orvanta_string_free. A `const char*` given to a callback or returned by an accessor belongs
  *   to the kit and is valid only for as long as that comment says.
- * - Functions that can fail return an orvanta_status. On failure nothing was changed, and
- *   orvanta_last_error gives the reason as one line of text. No C++ exception leaves any
+ * - Functions that can fail return an orvanta_status. A failed call has no effect (but a log
+ *   line, and for a refused push its count in the health snapshot), and orvanta_last_error gives
+ *   the reason as one line of text. No C++ exception leaves any
  *   function, and no failure of the kit's own work (a post refused, the disk full) reaches the
  *   host: it is logged, counted in the health snapshot, and tried again.
  * - Opaque handles (orvanta_parameters, orvanta_platform_options, orvanta_push_delegate,

@@ -39,8 +39,11 @@ class Completion:
             lib().orvanta_completion_complete(handle, bool(displayed))
 
     def __del__(self) -> None:
-        if self._handle and _native.is_loaded():
-            self(False)
+        try:
+            if self._handle and _native.is_loaded():
+                self(False)
+        except Exception:  # noqa: BLE001 - the interpreter may be going away
+            pass
 
 
 _DELEGATE_HANDLERS = ("on_receive", "on_open", "on_action", "on_unreached")
