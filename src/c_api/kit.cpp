@@ -53,7 +53,7 @@ struct UserField {
 };
 
 UserField userField(orvanta_user_field field) {
-  switch (field) {
+  switch (const int number = enumValue(field)) {
     case ORVANTA_USER_EMAIL:
       return {&OrvantaUserData::email, &OrvantaUserData::setEmail};
     case ORVANTA_USER_PHONE:
@@ -62,8 +62,9 @@ UserField userField(orvanta_user_field field) {
       return {&OrvantaUserData::firstName, &OrvantaUserData::setFirstName};
     case ORVANTA_USER_LAST_NAME:
       return {&OrvantaUserData::lastName, &OrvantaUserData::setLastName};
+    default:
+      fail(ORVANTA_ERROR_INVALID_ARGUMENT, "no user field " + std::to_string(number));
   }
-  fail(ORVANTA_ERROR_INVALID_ARGUMENT, "no user field " + std::to_string(static_cast<int>(field)));
 }
 
 const ValueMap& valuesOf(const orvanta_parameters* parameters) {
@@ -169,16 +170,16 @@ orvanta_status orvanta_platform_options_set_event_durability(orvanta_platform_op
                                                              orvanta_durability durability) {
   return guarded(__func__, [&] {
     auto& chosen = orvanta::c_api::options(options).options.eventDurability;
-    switch (durability) {
+    switch (const int number = orvanta::c_api::enumValue(durability)) {
       case ORVANTA_DURABILITY_NORMAL:
         chosen = orvanta::port::Durability::normal;
         return;
       case ORVANTA_DURABILITY_FULL:
         chosen = orvanta::port::Durability::full;
         return;
+      default:
+        fail(ORVANTA_ERROR_INVALID_ARGUMENT, "no durability " + std::to_string(number));
     }
-    fail(ORVANTA_ERROR_INVALID_ARGUMENT,
-         "no durability " + std::to_string(static_cast<int>(durability)));
   });
 }
 
@@ -234,16 +235,16 @@ void orvanta_set_logging_enabled(bool enabled) {
 orvanta_status orvanta_post_lifecycle_event(orvanta_lifecycle_event event) {
   return guarded(__func__, [&] {
     using orvanta::port::LifecycleEvent;
-    switch (event) {
+    switch (const int number = orvanta::c_api::enumValue(event)) {
       case ORVANTA_DID_FINISH_LAUNCHING:
         return orvanta::postLifecycleEvent(LifecycleEvent::didFinishLaunching);
       case ORVANTA_WILL_ENTER_FOREGROUND:
         return orvanta::postLifecycleEvent(LifecycleEvent::willEnterForeground);
       case ORVANTA_DID_ENTER_BACKGROUND:
         return orvanta::postLifecycleEvent(LifecycleEvent::didEnterBackground);
+      default:
+        fail(ORVANTA_ERROR_INVALID_ARGUMENT, "no life-cycle event " + std::to_string(number));
     }
-    fail(ORVANTA_ERROR_INVALID_ARGUMENT,
-         "no life-cycle event " + std::to_string(static_cast<int>(event)));
   });
 }
 

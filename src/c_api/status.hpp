@@ -5,6 +5,7 @@
 // an `orvanta_status` plus one line in the calling thread's last error.
 
 #include <cstddef>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <string>
@@ -47,6 +48,17 @@ orvanta_status guarded(const char* function, Work&& work) noexcept {
   } catch (...) {
     return setLastError(ORVANTA_ERROR_INTERNAL, function, "an unexpected failure");
   }
+}
+
+/// The number a C caller passed for an enumeration. C lets any int through, while reading a value
+/// outside the enumerators' range as the C++ enumeration type is undefined, so it is read as the
+/// int it is.
+template <class Enum>
+int enumValue(const Enum& value) {
+  static_assert(sizeof(Enum) == sizeof(int));
+  int number = 0;
+  std::memcpy(&number, &value, sizeof number);
+  return number;
 }
 
 /// `value` as text of at most `limit` bytes; refuses NULL and longer text (INVALID_ARGUMENT,
