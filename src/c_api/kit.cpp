@@ -52,7 +52,7 @@ struct UserField {
   void (OrvantaUserData::*set)(std::optional<std::string>);
 };
 
-UserField userField(orvanta_user_field field) {
+UserField userField(const orvanta_user_field& field) {
   switch (const int number = enumValue(field)) {
     case ORVANTA_USER_EMAIL:
       return {&OrvantaUserData::email, &OrvantaUserData::setEmail};
