@@ -14,7 +14,7 @@
 #
 # Exit status 0: compatible (or a new ABI version, whose soname differs); 1: not compatible, the
 # report (abi_compat_report.html beside the probe) says why; 77: abi-dumper or
-# abi-compliance-checker is not installed.
+# abi-compliance-checker is not installed, or the probe was built without debug information.
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -33,6 +33,11 @@ for tool in abi-dumper abi-compliance-checker; do
   fi
 done
 
+if ! readelf -S "$probe" 2>/dev/null | grep -q '\.debug_info'; then
+  echo "check_c_abi: $probe has no debug information (a build without -g): nothing to compare"
+  exit 77
+fi
+
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 version="$(sed -n 's/^#define ORVANTA_C_ABI_VERSION \([0-9][0-9]*\)$/\1/p' "$root/include/orvanta/orvanta.h")"
@@ -40,7 +45,7 @@ echo "$root/include/orvanta/orvanta.h" >"$work/headers"
 if ! (cd "$work" && abi-dumper "$probe" -o "$work/new.dump" -lver "$version" \
   -public-headers "$work/headers" -sort -quiet >"$work/dumper.log" 2>&1); then
   cat "$work/dumper.log"
-  echo "check_c_abi: abi-dumper could not read $probe (built without debug information?)"
+  echo "check_c_abi: abi-dumper could not read $probe"
   exit 1
 fi
 
