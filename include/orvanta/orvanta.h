@@ -204,7 +204,7 @@ typedef enum orvanta_value_kind {
 ORVANTA_C_API orvanta_parameters* orvanta_parameters_new(void);
 ORVANTA_C_API void orvanta_parameters_free(orvanta_parameters* parameters);
 
-/* Sets `key` (not empty) to a value of one type. At most 10,000 entries. */
+/* Sets `key` to a value of one type. At most 10,000 entries. */
 ORVANTA_C_API orvanta_status orvanta_parameters_set_string(orvanta_parameters* parameters,
                                                            const char* key, const char* value);
 ORVANTA_C_API orvanta_status orvanta_parameters_set_integer(orvanta_parameters* parameters,
