@@ -45,15 +45,22 @@ double finite(double value, const char* what) {
   return value;
 }
 
-/// The entry at `index`, or none.
-const ValueMap::value_type* entry(const orvanta_parameters* parameters, std::size_t index) {
+/// The entry at `index`, or none (also when the index can't be made: out of memory).
+const ValueMap::value_type* entry(const orvanta_parameters* parameters,
+                                  std::size_t index) noexcept {
   if (parameters == nullptr || index >= parameters->values.size()) {
     return nullptr;
   }
   if (parameters->entries.size() != parameters->values.size()) {
-    parameters->entries.clear();
-    for (const auto& item : parameters->values) {
-      parameters->entries.push_back(&item);
+    try {
+      parameters->entries.clear();
+      for (const auto& item : parameters->values) {
+        parameters->entries.push_back(&item);
+      }
+    } catch (const std::bad_alloc&) {
+      parameters->entries.clear();
+      setLastError(ORVANTA_ERROR_OUT_OF_MEMORY, "reading parameters", "out of memory");
+      return nullptr;
     }
   }
   return parameters->entries[index];
