@@ -5,7 +5,8 @@
 #                               libraries of the kit, orvanta-sandbox and orvanta-distributor
 #   scripts/bootstrap.sh        everything the build, the tests, the tools and the benchmarks need
 #                               (the demo's packages, GoogleTest, Google Benchmark, clang, GTK 4,
-#                               WebKitGTK, Xvfb, gobjc++, Chromium), and the npm packages of the
+#                               WebKitGTK, Xvfb, gobjc++, Chromium, abi-dumper and
+#                               abi-compliance-checker, pytest), and the npm packages of the
 #                               sandbox console's browser test
 #
 # Idempotent: when everything is present it changes nothing and needs no network.
@@ -28,6 +29,8 @@ test_packages=(
   libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth gobjc++-12
   # The sandbox console's browser test
   nodejs npm chromium
+  # The C ABI's check against the last release; the Python package, its install and its tests
+  abi-dumper abi-compliance-checker python3 python3-pytest python3-setuptools python3-pip
 )
 
 case "$profile" in

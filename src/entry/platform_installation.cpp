@@ -167,6 +167,12 @@ void noteEntry(const char* entry) noexcept {
   }
 }
 
+std::string firstUseDescription() {
+  auto& state = processState();
+  std::lock_guard lock(state.mutex);
+  return state.usedBy;
+}
+
 void markInUse() {
   auto& state = processState();
   std::lock_guard lock(state.mutex);

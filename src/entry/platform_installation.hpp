@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "entry/kit_context.hpp"
 #include "orvanta/platform.hpp"
@@ -20,6 +21,10 @@ std::shared_ptr<KitContext> processContext();
 /// Remembers `entry` (a public call, such as "Orvanta::analytics()") as the kit's first use when
 /// none was remembered before: what `installPlatform` names when it comes too late. Any thread.
 void noteEntry(const char* entry) noexcept;
+
+/// What used the kit first, as `installPlatform` names it when it comes too late; empty while a
+/// platform may still be installed. Any thread.
+std::string firstUseDescription();
 
 /// The kit is in use from now on: its entry point is being built over the process context, so
 /// `installPlatform` can no longer change the platform. Any thread.
