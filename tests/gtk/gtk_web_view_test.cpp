@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -243,38 +244,48 @@ TEST_F(GtkWebViewTest, APageCannotLeaveTheWebNorOpenWindowsNorDownload) {
 
   // Each attempt is followed by a navigation the view refuses, run after it in the page: once
   // that refusal is seen, the attempt was dealt with. A web page's ways to a file or a data: page
-  // are barred by WebKit itself before the view is asked (then nothing is said), and so is a
-  // window no click opened; every other way, by the view.
+  // are mostly barred by WebKit itself before the view is asked (then nothing is said), and so is
+  // a window no click opened; when WebKit does ask (a slow run can change its order), the view
+  // refuses and says so. Every other way is refused by the view.
   struct Escape {
     const char* script;
-    std::string refusal;  // empty: WebKit refuses it first
+    std::string refusal;  // what the view says
+    bool webKitMayRefuseFirst = false;
   };
   const std::vector<Escape> escapes = {
-      {"location.href = 'file:///etc/passwd';", ""},
+      {"location.href = 'file:///etc/passwd';", "to open file:///etc/passwd", true},
       {"const f = document.createElement('iframe'); f.src = 'file:///etc/hostname';"
        "document.body.appendChild(f);",
-       ""},
-      {"document.getElementById('file-window').click();", ""},
+       "to open file:///etc/hostname", true},
+      {"document.getElementById('file-window').click();", "to open file:///etc/passwd", true},
       {"location.href = 'x-orvanta-test:item';", "to open x-orvanta-test:item"},
       {"location.href = 'smb://evil.example/share';", "to open smb://evil.example/share"},
-      {"location.href = 'data:text/html,<h1>forged</h1>';", ""},
-      {"window.open('ssh://evil.example/');", ""},
+      {"location.href = 'data:text/html,<h1>forged</h1>';",
+       "to open data:text/html,<h1>forged</h1>", true},
+      {"window.open('ssh://evil.example/');", "to open ssh://evil.example/", true},
       {"location.href = '/attachment';", "to download " + server_.url("/attachment")},
       {"document.getElementById('download').click();", "to download " + server_.url("/file.bin")},
   };
+  std::set<std::string> mayBeSaid;
   for (std::size_t i = 0; i < escapes.size(); ++i) {
     const auto& each = escapes[i];
     SCOPED_TRACE(each.script);
-    const std::string sentinel = "x-orvanta-test:after-" + std::to_string(i);
+    const std::string sentinel = "The web view refused to open x-orvanta-test:after-" +
+                                 std::to_string(i);
+    mayBeSaid.insert({sentinel, "The web view refused " + each.refusal});
     gtk_testing::runJavaScript(GTK_WIDGET(view), each.script);
-    if (!each.refusal.empty()) {
+    if (!each.webKitMayRefuseFirst) {
       EXPECT_TRUE(said("The web view refused " + each.refusal));
     }
-    gtk_testing::runJavaScript(GTK_WIDGET(view), "location.href = '" + sentinel + "';");
-    EXPECT_TRUE(said("The web view refused to open " + sentinel));
+    gtk_testing::runJavaScript(GTK_WIDGET(view),
+                               "location.href = 'x-orvanta-test:after-" + std::to_string(i) + "';");
+    EXPECT_TRUE(said(sentinel));
     EXPECT_EQ(at(), escape);
   }
-  EXPECT_EQ(messages_.size(), 2 * escapes.size() - 5) << ::testing::PrintToString(messages_);
+  // Nothing else was said: no attempt got through to be opened, shown or downloaded.
+  for (const auto& message : messages_) {
+    EXPECT_EQ(mayBeSaid.count(message), 1u) << message;
+  }
   gtk_testing::Picture picture = gtk_testing::takePicture(window);
   EXPECT_TRUE(picture.savePng(gtk_testing::artifactPath("web_view_escapes.png")));
 
