@@ -271,8 +271,8 @@ TEST_F(GtkWebViewTest, APageCannotLeaveTheWebNorOpenWindowsNorDownload) {
   for (std::size_t i = 0; i < escapes.size(); ++i) {
     const auto& each = escapes[i];
     SCOPED_TRACE(each.script);
-    const std::string sentinel = "The web view refused to open x-orvanta-test:after-" +
-                                 std::to_string(i);
+    const std::string sentinel =
+        "The web view refused to open x-orvanta-test:after-" + std::to_string(i);
     mayBeSaid.insert({sentinel, "The web view refused " + each.refusal});
     gtk_testing::runJavaScript(GTK_WIDGET(view), each.script);
     if (!each.webKitMayRefuseFirst) {
@@ -291,9 +291,8 @@ TEST_F(GtkWebViewTest, APageCannotLeaveTheWebNorOpenWindowsNorDownload) {
   gtk_testing::Picture picture;
   EXPECT_TRUE(iterateUntil([&] {
     picture = gtk_testing::takePicture(window);
-    return !picture.empty() &&
-           picture.countNear(kEscapeBanner, 0, 0, picture.width(), picture.height()) >
-               picture.width() * 30;
+    return !picture.empty() && picture.countNear(kEscapeBanner, 0, 0, picture.width(),
+                                                 picture.height()) > picture.width() * 30;
   }));
   EXPECT_TRUE(picture.savePng(gtk_testing::artifactPath("web_view_escapes.png")));
 
