@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "push_delivery.hpp"
+#include "orvanta_sandbox/web_push.hpp"
 
 namespace orvanta::sandbox::guards {
 namespace {
@@ -71,9 +71,9 @@ void collectEndpoints(std::string_view text, std::set<std::string>& found) {
     }
     const std::string_view run = text.substr(start, end - start);
     if (run.size() >= kShortestEndpointToken) {
-      if (auto url = endpointFromToken(run)) {
+      if (auto subscription = webpush::subscriptionFromToken(run)) {
         found.emplace(run);
-        found.insert(std::move(*url));
+        found.insert(std::move(subscription->endpoint));
       }
     }
     start = end;
