@@ -3,7 +3,8 @@
 // private session bus to the kit's connector, which decrypts it, the service extension reports it
 // and attaches its image, the notification server shows it with its buttons, and a button press
 // is reported back to the sandbox. Pushes altered on the way, or sent in clear, are dropped:
-// neither shown nor reported.
+// neither shown nor reported. And the most used sender library, the npm package web-push (run with
+// node, tests/desktop/webpush/), reaches the desktop the same way.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,6 +19,7 @@
 #include "linux/remote_push_delivery.hpp"
 #include "orvanta_distributor/distributor.hpp"
 #include "push/orvanta_push_impl.hpp"
+#include "testing/child_process.hpp"
 #include "testing/dbus/fake_notification_server.hpp"
 #include "testing/dbus/private_session_bus.hpp"
 #include "testing/loopback_http_server.hpp"
@@ -264,6 +266,56 @@ TEST_F(RemotePushEndToEndTest, AlteredPushesAndPushesInClearAreDroppedNeitherSho
     EXPECT_THAT(lines[i], ::testing::HasSubstr(dropped[i].second));
   }
   EXPECT_EQ(health::snapshot().pushesDroppedInvalid - before.pushesDroppedInvalid, dropped.size());
+}
+
+TEST_F(RemotePushEndToEndTest, APushEncryptedAndSignedByTheWebPushLibraryIsShownAndReported) {
+  const std::string node = ORVANTA_NODE;
+  if (node.empty()) {
+    GTEST_SKIP() << "web-push test skipped: node not found (Debian package nodejs)";
+  }
+  const auto run = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {node, ORVANTA_WEBPUSH_SENDER});
+    return testing::runProgram(std::move(arguments), {}, std::chrono::seconds(60));
+  };
+  // The application server's VAPID keys, made by web-push; the kit is given the public one.
+  const auto keys = run({"keys"});
+  ASSERT_EQ(keys.exitStatus, 0) << keys.errors
+                                << "\n(the npm packages come with scripts/bootstrap.sh)";
+  const auto vapid = nlohmann::json::parse(keys.output);
+  startDistributorAndKit(vapid["publicKey"].get<std::string>());
+  const std::string token = registerKit();
+  // The subscription web-push wants, decoded from the token the service holds.
+  const auto subscription = sandbox::webpush::subscriptionFromToken(token);
+  ASSERT_TRUE(subscription && subscription->encrypted()) << token;
+  const nlohmann::json push = {
+      {"aps", {{"alert", {{"title", "From web-push"}, {"body", "Encrypted and signed"}}}}},
+      {"data",
+       {{"id", "wp-1"},
+        {"registration_id", token},
+        {"action_buttons",
+         {{"category_id", "ORVANTA_PUSH_CATEGORY_ACCEPTANCE"},
+          {"items",
+           {{{"text", "Accept"},
+             {"action", {{"id", "ORVANTA_PUSH_ACTION_ACCEPT"}, {"type", "NONE"}}}}}}}}}}};
+  const auto sent = run(
+      {"send", subscription->endpoint, sandbox::webpush::base64Url(*subscription->publicKey),
+       sandbox::webpush::base64Url(*subscription->authSecret),
+       vapid["publicKey"].get<std::string>(), vapid["privateKey"].get<std::string>(), push.dump()});
+  ASSERT_EQ(sent.exitStatus, 0) << sent.output << sent.errors;
+  EXPECT_EQ(sent.output, "201\n");
+
+  ASSERT_TRUE(server_->waitForNotifications(1));
+  const auto shown = server_->notifications()[0];
+  EXPECT_EQ(shown.summary, "From web-push");
+  EXPECT_EQ(shown.body, "Encrypted and signed");
+  EXPECT_THAT(shown.actions,
+              ElementsAre("ORVANTA_PUSH_ACTION_ACCEPT", "Accept", "ORVANTA_PUSH_ACTION_DECLINE",
+                          "Decline", "default", "Show"));
+  ASSERT_TRUE(waitForReports(1));
+  EXPECT_EQ(
+      withoutTime(sandbox().reports()[0].body),
+      (nlohmann::json{{"id", "wp-1"}, {"type", "IOS"}, {"registration_id", token}, {"status", 0}}));
+  EXPECT_TRUE(logSink().linesContaining("Dropped a push message").empty());
 }
 
 }  // namespace
