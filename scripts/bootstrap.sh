@@ -7,19 +7,20 @@
 #                               (the demo's packages, GoogleTest, Google Benchmark, clang, GTK 4,
 #                               WebKitGTK, Xvfb, gobjc++, Chromium, abi-dumper and
 #                               abi-compliance-checker, pytest), and the npm packages of the
-#                               sandbox console's browser test
+#                               sandbox console's browser test and of the web-push sender test
 #
 # Idempotent: when everything is present it changes nothing and needs no network.
 set -euo pipefail
 
 profile="${1:-all}"
 
-# The kit (libcurl, SQLite, libplist, nlohmann/json, GIO for desktop notifications), the sandbox
-# (libmicrohttpd) and the distributor (GIO); dbus for the demo's private session bus.
+# The kit (libcurl, SQLite, libplist, nlohmann/json, GIO for desktop notifications, libcrypto for
+# encrypted pushes), the sandbox (libmicrohttpd, libcrypto) and the distributor (GIO, libcrypto);
+# dbus for the demo's private session bus.
 demo_packages=(
   build-essential cmake pkg-config git ccache
   nlohmann-json3-dev libplist-dev libcurl4-openssl-dev libsqlite3-dev libmicrohttpd-dev
-  libglib2.0-dev dbus
+  libglib2.0-dev libssl-dev dbus
 )
 test_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libplist-utils openssl
@@ -27,7 +28,7 @@ test_packages=(
   # Optional desktop adapters and their tests: GTK 4 / WebKitGTK on a private X server, the
   # Objective-C runtime for delegate interception
   libgtk-4-dev libwebkitgtk-6.0-dev xvfb xauth gobjc++-12
-  # The sandbox console's browser test
+  # The sandbox console's browser test, and the web-push sender test (node)
   nodejs npm chromium
   # The C ABI's check against the last release; the Python package, its install and its tests
   abi-dumper abi-compliance-checker python3 python3-pytest python3-setuptools python3-pip
@@ -77,4 +78,13 @@ if ! (cd "$browser_tests" && npm ls --omit=dev --depth=0 >/dev/null 2>&1); then
   (cd "$browser_tests" && npm ci --omit=dev --no-audit --no-fund)
 else
   echo "bootstrap: browser test npm packages present"
+fi
+
+# The web-push sender test's npm package (tests/desktop/webpush), exactly as locked.
+webpush_sender="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/tests/desktop/webpush"
+if ! (cd "$webpush_sender" && npm ls --omit=dev --depth=0 >/dev/null 2>&1); then
+  echo "bootstrap: installing the web-push test's npm packages"
+  (cd "$webpush_sender" && npm ci --omit=dev --no-audit --no-fund)
+else
+  echo "bootstrap: web-push test npm packages present"
 fi

@@ -15,6 +15,7 @@
 #include <fstream>
 #include <vector>
 
+#include <orvanta_sandbox/web_push.hpp>
 #if defined(ORVANTA_DEMO_WITH_DISTRIBUTOR)
 #include <orvanta_distributor/distributor.hpp>
 #endif
@@ -28,24 +29,6 @@ using namespace std::chrono_literals;
 void say(const std::string& text) {
   std::printf("\n== %s\n", text.c_str());
   std::fflush(stdout);
-}
-
-std::string hex(const std::string& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const unsigned char byte : bytes) {
-    text.push_back(kDigits[byte >> 4]);
-    text.push_back(kDigits[byte & 0x0F]);
-  }
-  return text;
-}
-
-std::string unhex(const std::string& text) {
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
-    bytes.push_back(static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
 }
 
 // The push's JSON as the dictionary a notification carries.
@@ -207,9 +190,11 @@ DesktopPush::~DesktopPush() {
   state_->bus.reset();
 }
 
-void DesktopPush::configure(orvanta::LinuxPlatformOptions& options) const {
+void DesktopPush::configure(orvanta::LinuxPlatformOptions& options,
+                            const std::string& vapidPublicKey) const {
   options.applicationId = kApplicationId;
   options.pushDistributor = "orvanta_demo";
+  options.vapidPublicKey = vapidPublicKey;
 }
 
 std::optional<bool> DesktopPush::receivePushFromSandbox(orvanta::sandbox::Sandbox& sandbox,
@@ -240,17 +225,23 @@ std::optional<bool> DesktopPush::receivePushFromSandbox(orvanta::sandbox::Sandbo
   }
 
   say("the application registers for remote pushes: the push distributor gives it an endpoint, "
-      "the kit registers it as the device's token");
+      "the kit makes its keys for encrypted pushes and registers both as the device's token");
   auto platform = orvanta::currentPlatform();
   platform->mainQueue->async(
       [platform] { platform->application->registerForRemoteNotifications(); });
-  const std::string prefix = hex(state_->distributor->endpointBase());
+  const std::string base = state_->distributor->endpointBase();
   std::string token;
+  std::optional<orvanta::sandbox::webpush::Subscription> subscription;
   const bool registered = sandbox.waitFor(
       [&] {
         for (const auto& device : sandbox.devices()) {
-          if (device.registrationId && device.registrationId->rfind(prefix, 0) == 0) {
+          if (!device.registrationId) {
+            continue;
+          }
+          auto read = orvanta::sandbox::webpush::subscriptionFromToken(*device.registrationId);
+          if (read && read->endpoint.rfind(base, 0) == 0) {
             token = *device.registrationId;
+            subscription = std::move(read);
             return true;
           }
         }
@@ -262,10 +253,16 @@ std::optional<bool> DesktopPush::receivePushFromSandbox(orvanta::sandbox::Sandbo
     return std::nullopt;
   }
   deviceToken = token;
-  std::printf("sandbox: the device's token is now %s...\n  which is the endpoint %s\n",
-              token.substr(0, 24).c_str(), unhex(token).c_str());
+  std::printf(
+      "sandbox: the device's token is now %s...\n  which carries the endpoint %s,\n  the "
+      "application's public key %s...\n  and its authentication secret (16 bytes)\n",
+      token.substr(0, 24).c_str(), subscription->endpoint.c_str(),
+      orvanta::sandbox::webpush::base64Url(subscription->publicKey.value_or(""))
+          .substr(0, 24)
+          .c_str());
 
-  say("the sandbox sends a push with a picture and two buttons to that endpoint");
+  say("the sandbox sends a push with a picture and two buttons to that endpoint, encrypted to the "
+      "application's key and signed with the sandbox's VAPID key");
   const nlohmann::json push = {
       {"aps", {{"alert", {{"title", "Flash sale"}, {"body", "Two hours only"}}}}},
       {"data",
@@ -298,6 +295,13 @@ std::optional<bool> DesktopPush::receivePushFromSandbox(orvanta::sandbox::Sandbo
   if (!arrived() || !reportOf(0)) {
     std::printf("the push did not reach the application\n");
     return false;
+  }
+  const auto forwarded = state_->distributor->forwarded();
+  if (!forwarded.empty() && forwarded.back().body.find("Flash sale") == std::string::npos) {
+    std::printf(
+        "the push travelled encrypted end to end: orvanta-distributor checked the sandbox's "
+        "signature and forwarded %zu bytes of ciphertext, which only the kit could decrypt\n",
+        forwarded.back().body.size());
   }
   if (state_->bus) {
     std::printf(

@@ -26,15 +26,17 @@ class DesktopPush {
   DesktopPush(const DesktopPush&) = delete;
   DesktopPush& operator=(const DesktopPush&) = delete;
 
-  // The platform options for pushes over UnifiedPush: the application id, and the demo's own
-  // distributor as the one the application picks.
-  void configure(orvanta::LinuxPlatformOptions& options) const;
+  // The platform options for pushes over UnifiedPush: the application id, the demo's own
+  // distributor as the one the application picks, and the VAPID public key of the service (the
+  // sandbox's), so that the distributor takes only the pushes the sandbox signed.
+  void configure(orvanta::LinuxPlatformOptions& options, const std::string& vapidPublicKey) const;
 
   // Registers the application for remote notifications, has `sandbox` send a push with an image
-  // and two buttons to the endpoint it got, waits until `arrived` (the host heard of the push) and
-  // the sandbox has the received report, presses a button and waits for its report. The device
-  // token becomes the endpoint's. None when pushes can't travel that way here (no bus, no
-  // distributor): the caller hands the push to the kit directly.
+  // and two buttons to the endpoint it got (encrypted to the keys the token carries, signed with
+  // the sandbox's VAPID key), waits until `arrived` (the host heard of the push) and the sandbox
+  // has the received report, presses a button and waits for its report. The device token becomes
+  // the registration's. None when pushes can't travel that way here (no bus, no distributor): the
+  // caller hands the push to the kit directly.
   std::optional<bool> receivePushFromSandbox(orvanta::sandbox::Sandbox& sandbox,
                                              const std::function<bool()>& arrived,
                                              std::string& deviceToken);

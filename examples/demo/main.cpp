@@ -9,9 +9,11 @@
 //   configure   configure the kit from the bundle (always done first)
 //   register    start the sandbox, receive a push token, and show the device it registered
 //   push        the sandbox sends a push to the application through orvanta-distributor, a
-//               push distributor on the session bus (a private bus when there is none): it is
-//               reported received, shown with its picture and buttons, a button is pressed and
-//               reported; where no distributor can run, the push is handed to the kit directly
+//               push distributor on the session bus (a private bus when there is none),
+//               encrypted to the keys of the application's token and signed with the sandbox's
+//               VAPID key: it is decrypted, reported received, shown with its picture and
+//               buttons, a button is pressed and reported; where no distributor can run, the push
+//               is handed to the kit directly
 //   user        set the user's profile and custom parameters, save them, and show what the
 //               sandbox received
 //   objc        (when built with Objective-C) an Objective-C host whose own token callback the
@@ -24,6 +26,7 @@
 //   tour        register, push, user, catchup, objc (when built), track, background, health
 #include <orvanta.hpp>
 #include <orvanta_sandbox/sandbox.hpp>
+#include <orvanta_sandbox/web_push.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -124,12 +127,14 @@ class ConsolePresenter : public orvanta::port::Presenter {
 // The demo's stand-in for the hosted services, started on first need.
 class Services {
  public:
-  explicit Services(std::string bundle) : bundle_(std::move(bundle)) {}
+  Services(std::string bundle, std::string vapidPrivateKey)
+      : bundle_(std::move(bundle)), vapidPrivateKey_(std::move(vapidPrivateKey)) {}
 
   orvanta::sandbox::Sandbox& sandbox() {
     if (!sandbox_) {
       orvanta::sandbox::Options options;
       options.credentials = orvanta::sandbox::loadCredentials(bundle_ + "/OrvantaConfig.plist");
+      options.vapidPrivateKey = vapidPrivateKey_;
       sandbox_ = orvanta::sandbox::Sandbox::start(options);
       say("orvanta-sandbox listening on " + sandbox_->baseUrl());
       std::printf("orvanta-sandbox console at %s\n", sandbox_->consoleUrl().c_str());
@@ -140,6 +145,7 @@ class Services {
 
  private:
   std::string bundle_;
+  std::string vapidPrivateKey_;
   std::unique_ptr<orvanta::sandbox::Sandbox> sandbox_;
 };
 
@@ -374,7 +380,10 @@ int main(int argc, char** argv) {
   platformOptions.kitResourcesDirectory = ORVANTA_DEMO_KIT_RESOURCES;  // the kit's texts
   platformOptions.dataDirectory = options.dataDirectory;
   platformOptions.preferencesFile = options.dataDirectory + "/preferences.json";
-  desktop.configure(platformOptions);
+  // The sandbox signs the pushes it sends with this VAPID key; the kit is given its public half,
+  // as a host is given its service's.
+  const auto vapid = orvanta::sandbox::webpush::VapidKey::generate();
+  desktop.configure(platformOptions, vapid.publicKey());
   auto platform = orvanta::makeLinuxPlatform(platformOptions);
   platform->presenter = std::make_shared<ConsolePresenter>();
   orvanta::installPlatform(platform);
@@ -390,7 +399,7 @@ int main(int argc, char** argv) {
   auto delegate = makeDelegate(arrivals);
   orvanta::Orvanta::push().setDelegate(delegate);
 
-  Services services(options.bundle);
+  Services services(options.bundle, vapid.privateKey());
   std::string deviceToken;
   bool ok = true;
   for (const auto& verb : options.verbs) {

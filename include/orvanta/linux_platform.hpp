@@ -50,6 +50,17 @@ struct ORVANTA_API LinuxPlatformOptions {
   /// name, or the part after "org.unifiedpush.Distributor.". Empty: the one registered with
   /// before, else the only one on the bus.
   std::string pushDistributor{};
+  /// The service's VAPID public key (RFC 8292; the uncompressed P-256 point in URL-safe base64, as
+  /// the service publishes it). Given, the kit hands it to the push distributor with the
+  /// registration, and the distributor's push server then takes only pushes the service signed.
+  /// Empty: anyone who learns the endpoint may post to it (what they post must still decrypt).
+  std::string vapidPublicKey{};
+  /// Remote pushes are encrypted to keys the kit makes at registration (RFC 8291; see
+  /// docs/unifiedpush.md), and a message in clear is dropped. On: messages that are the push's
+  /// JSON in clear are taken too, for distributors that cannot carry binary messages. Anyone who
+  /// can reach the endpoint can then show the user a push: keep it off unless such a distributor
+  /// must be supported.
+  bool acceptPlainPushMessages = false;
   /// The application's desktop entry (its file name without ".desktop"), named in each
   /// notification so that desktops grouping notifications by application show its name and icon.
   /// None: the application id; empty: not named.

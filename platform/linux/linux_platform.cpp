@@ -217,6 +217,8 @@ bool fillMissingPorts(Platform& platform, const LinuxPlatformOptions& options) {
         .description = locations.applicationName,
         .distributor = options.pushDistributor,
         .store = platform.secureStore,
+        .vapidPublicKey = options.vapidPublicKey,
+        .acceptPlainMessages = options.acceptPlainPushMessages,
         .onPush = [delivery](ValueMap userInfo) { delivery->deliver(std::move(userInfo)); },
     });
     return makeGioApplication(

@@ -11,13 +11,17 @@ namespace orvanta {
 namespace {
 
 std::optional<ValueMap> drop(const std::string& why) {
-  health::count(health::Counter::pushesReceived);
-  health::count(health::Counter::pushesDroppedInvalid);
-  OrvantaLogger::error("Dropped a push message: " + why);
+  dropRemotePushMessage(why);
   return std::nullopt;
 }
 
 }  // namespace
+
+void dropRemotePushMessage(const std::string& why) {
+  health::count(health::Counter::pushesReceived);
+  health::count(health::Counter::pushesDroppedInvalid);
+  OrvantaLogger::error("Dropped a push message: " + why);
+}
 
 std::optional<ValueMap> remotePushUserInfo(std::string_view bytes) {
   if (bytes.size() > kMaxRemotePushBytes) {

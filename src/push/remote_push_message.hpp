@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "orvanta/value.hpp"
@@ -17,5 +18,10 @@ inline constexpr std::size_t kMaxRemotePushBytes = 64 * 1024;
 /// bytes are larger than `kMaxRemotePushBytes`, not JSON (or nested too deeply), or not an object.
 /// Never throws. Any thread.
 std::optional<ValueMap> remotePushUserInfo(std::string_view bytes);
+
+/// A push message a transport refused before reading it (one that does not decrypt, say): counted
+/// received and dropped as invalid, with the error line "Dropped a push message: " and `why`.
+/// Any thread.
+void dropRemotePushMessage(const std::string& why);
 
 }  // namespace orvanta

@@ -1,7 +1,9 @@
 // A hostile local client of orvanta-distributor: a web page that POSTs to an application's
-// endpoint, a program that registers or unregisters in another application's name, and malformed
-// requests and calls in a loop. The distributor is a development tool, but it runs on the
-// developer's own desktop.
+// endpoint, a program that registers or unregisters in another application's name, POSTs that an
+// application with a VAPID key did not have signed, and malformed requests and calls in a loop.
+// The distributor is a development tool, but it runs on the developer's own desktop. (The
+// connector here takes pushes in clear, so that what the distributor forwards is seen as it
+// came.)
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -34,7 +36,9 @@ class DistributorTest : public testing::PlatformTest {
       ::unsetenv(linux_platform::kDistributorEnvironmentVariable);
     }
     distributor_ = distributor::Distributor::start({.busAddress = bus_.address()});
-    connector_ = std::make_unique<testing::ConnectorProbe>(bus_.address(), platform()->secureStore);
+    connector_ = std::make_unique<testing::ConnectorProbe>(
+        bus_.address(), platform()->secureStore,
+        testing::ConnectorProbe::Settings{.acceptPlainMessages = true});
     endpoint_ = connector_->registerAndWait().endpoint.value_or("");
     ASSERT_FALSE(endpoint_.empty());
   }
@@ -121,12 +125,84 @@ TEST_F(DistributorTest, AProgramRegistersAndUnregistersOnlyItself) {
   EXPECT_EQ(registerAs(other, "io.orvanta.Other", "its-token").first, "REGISTRATION_SUCCEEDED");
 }
 
+TEST_F(DistributorTest, AnApplicationWithAVapidKeyGetsOnlyThePushesItsServerSigned) {
+  namespace webpush = sandbox::webpush;
+  const auto server = webpush::VapidKey::generate();
+  const auto stranger = webpush::VapidKey::generate();
+  testing::ConnectorProbe signedOnly(
+      bus_.address(),
+      std::make_shared<linux_platform::FileSecureStore>(bus_.directory().file("vapid-store")),
+      testing::ConnectorProbe::Settings{.applicationId = "io.orvanta.Signed",
+                                        .vapidPublicKey = server.publicKey()});
+  const auto registered = signedOnly.registerAndWait();
+  ASSERT_TRUE(registered.endpoint) << registered.error.value_or("");
+  const std::string endpoint = *registered.endpoint;
+  ASSERT_EQ(distributor_->registrations().size(), 2U);
+  EXPECT_EQ(distributor_->registrations()[1].vapid, server.publicKey());
+
+  const auto now = std::chrono::system_clock::now();
+  const std::string good = server.authorization(endpoint, "mailto:a@example.com", now);
+  std::string badSignature = good;
+  const auto signatureEnd = badSignature.find(", k=");
+  badSignature[signatureEnd - 3] = badSignature[signatureEnd - 3] == 'A' ? 'B' : 'A';
+  std::string otherKeyNamed = stranger.authorization(endpoint, "mailto:a@example.com", now);
+  // The server's key named, but the token signed by another.
+  std::string forgedWithServerKey =
+      otherKeyNamed.substr(0, otherKeyNamed.find(", k=")) + ", k=" + server.publicKey();
+  const std::vector<std::tuple<const char*, std::vector<std::string>, long>> cases = {
+      {"unsigned", {}, 401},
+      {"another scheme", {"Authorization: Bearer x"}, 401},
+      {"no key", {"Authorization: vapid t=a.b.c"}, 401},
+      {"another key", {"Authorization: " + otherKeyNamed}, 403},
+      {"signed by another key", {"Authorization: " + forgedWithServerKey}, 403},
+      {"a changed signature", {"Authorization: " + badSignature}, 403},
+      {"expired",
+       {"Authorization: " + server.authorization(endpoint, "mailto:a@example.com", now - 13h)},
+       403},
+      {"too far ahead",
+       {"Authorization: " + server.authorization(endpoint, "mailto:a@example.com", now + 13h)},
+       403},
+      {"another push server",
+       {"Authorization: " + server.authorization("http://127.0.0.1:1/up/x", "mailto:a@e.com", now)},
+       403},
+  };
+  const std::string push = registered.sealed(R"({"data": {"id": "p-1"}})");
+  for (const auto& [name, headers, status] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(testing::postTo(endpoint, push, headers), status);
+  }
+  EXPECT_TRUE(distributor_->forwarded().empty());
+  EXPECT_EQ(testing::postTo(endpoint, push, {"Authorization: " + good}), 201);
+  ASSERT_TRUE(signedOnly.pushes.waitFor(1));
+  EXPECT_EQ(signedOnly.pushes.items()[0], (ValueMap{{"data", ValueMap{{"id", "p-1"}}}}));
+  // Forwarded byte for byte: the push stays encrypted on its way.
+  ASSERT_EQ(distributor_->forwarded().size(), 1U);
+  EXPECT_EQ(distributor_->forwarded()[0].body, push);
+
+  // A key that is none is refused at registration.
+  testing::BusPeer other(bus_.address(), "io.orvanta.Other");
+  ASSERT_TRUE(other.ready()) << other.failure();
+  GVariantBuilder arguments;
+  g_variant_builder_init(&arguments, linux_platform::variantType("a{sv}"));
+  g_variant_builder_add(&arguments, "{sv}", "service", g_variant_new_string("io.orvanta.Other"));
+  g_variant_builder_add(&arguments, "{sv}", "token", g_variant_new_string("its-token"));
+  g_variant_builder_add(&arguments, "{sv}", "vapid", g_variant_new_string("BAAA"));
+  GVariant* reply = nullptr;
+  other.call(distributor_->busName(), kDistributorPath, "org.unifiedpush.Distributor2", "Register",
+             g_variant_new("(@a{sv})", g_variant_builder_end(&arguments)), "(a{sv})", &reply);
+  ASSERT_NE(reply, nullptr);
+  gchar* printed = g_variant_print(reply, FALSE);
+  EXPECT_THAT(printed, HasSubstr("the VAPID key is not a P-256 public key"));
+  g_free(printed);
+  g_variant_unref(reply);
+}
+
 TEST_F(DistributorTest, MalformedRequestsAndCallsNeitherBringItDownNorReachTheApplication) {
   testing::HostileInput input(20'240'602);
   const std::uint16_t port = distributor_->port();
   const std::string path = endpoint_.substr(endpoint_.find("/up/"));
-  // Whoever knows an endpoint may push to it (until pushes are encrypted): these reach the
-  // application when they happen to be whole, and it drops what is no push.
+  // Whoever knows an endpoint of an application without a VAPID key may post to it: these reach
+  // the application when they happen to be whole, and it drops what is no push.
   const std::string post = testing::rawRequest("POST", path, port, {"Content-Type: text/plain"},
                                                R"({"data": {"id": "p-1"}})");
   const std::string fromPage = testing::rawRequest(

@@ -1,6 +1,7 @@
 // The UnifiedPush connector against orvanta-distributor on a private bus: registration, the
 // calls it must ignore, the distributor followed across its restarts, a stranger's calls refused,
-// the endpoint kept across a restart, and message bytes that are no push.
+// the endpoint and the keys kept across a restart, messages that do not decrypt or are in clear,
+// and message bytes that are no push.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -50,6 +51,7 @@ class UnifiedPushConnectorTest : public testing::PlatformTest {
     return record ? nlohmann::json::parse(*record).value(key, "") : "";
   }
   std::string token() const { return stored("token"); }
+  std::string storedPrivateKey() const { return stored("privateKey"); }
   std::string storedEndpoint() const { return stored("endpoint"); }
 
   testing::PrivateSessionBus bus_;
@@ -72,8 +74,11 @@ TEST_F(UnifiedPushConnectorTest,
     EXPECT_EQ(registrations[0].token, token());
     EXPECT_EQ(registrations[0].token.size(), 36U);  // a UUID
     EXPECT_EQ(registrations[0].interfaceVersion, version2 ? 2 : 1);
+    EXPECT_FALSE(registrations[0].vapid);
 
-    EXPECT_EQ(testing::postTo(*outcome.endpoint, R"({"data": {"id": "p-1", "n": 2}})"), 201);
+    EXPECT_EQ(
+        testing::postTo(*outcome.endpoint, outcome.sealed(R"({"data": {"id": "p-1", "n": 2}})")),
+        201);
     ASSERT_TRUE(connector->pushes.waitFor(1));
     EXPECT_EQ(connector->pushes.items()[0],
               (ValueMap{{"data", ValueMap{{"id", "p-1"}, {"n", 2}}}}));
@@ -110,6 +115,8 @@ TEST_F(UnifiedPushConnectorTest, EveryFailureSaysWhy) {
        "org.unifiedpush.Distributor.two): choose one with ORVANTA_PUSH_DISTRIBUTOR"},
       {"no application id", {{}}, "", "", "No application id"},
       {"an application id that is no bus name", {{}}, "", "shop", "is not a reverse-DNS name"},
+      {"a VAPID key that is none", {{}}, "", app,
+       "The VAPID public key \"BAAA\" is not a P-256 public key"},
   };
   // clang-format on
   for (const auto& each : cases) {
@@ -124,7 +131,11 @@ TEST_F(UnifiedPushConnectorTest, EveryFailureSaysWhy) {
     testing::ConnectorProbe connector(
         bus.address(),
         std::make_shared<linux_platform::FileSecureStore>(bus.directory().file("store")),
-        each.chosen, each.applicationId);
+        testing::ConnectorProbe::Settings{
+            .distributor = each.chosen,
+            .applicationId = each.applicationId,
+            .vapidPublicKey =
+                std::string(each.name).find("VAPID") != std::string::npos ? "BAAA" : ""});
     const auto outcome = connector.registerAndWait();
     EXPECT_FALSE(outcome.endpoint);
     EXPECT_THAT(outcome.error.value_or(""), HasSubstr(each.expected));
@@ -166,7 +177,7 @@ TEST_F(UnifiedPushConnectorTest,
   using testing::endpointArguments;
   using testing::messageArguments;
   // Each call returns once the connector has handled it.
-  const std::string push = R"({"data": {"id": "p-1"}})";
+  const std::string push = registered.sealed(R"({"data": {"id": "p-1"}})");
   ASSERT_FALSE(restarted.callConnector("NewEndpoint", endpointArguments("other", valid)));
   ASSERT_FALSE(restarted.callConnector("NewEndpoint", endpointArguments("", valid)));
   ASSERT_FALSE(restarted.callConnector("Message", messageArguments("other", push)));
@@ -186,6 +197,7 @@ TEST_F(UnifiedPushConnectorTest,
   ASSERT_FALSE(restarted.callConnector("Message", messageArguments(ours, push)));
   ASSERT_EQ(connector->outcomes.items().size(), 2U);
   EXPECT_EQ(connector->outcomes.items()[1].endpoint, valid);
+  EXPECT_EQ(connector->outcomes.items()[1].publicKey, registered.publicKey);  // the keys stay
   EXPECT_EQ(connector->pushes.items().size(), 1U);
   EXPECT_TRUE(logSink().linesContaining("Ignored a").empty());
 }
@@ -193,7 +205,8 @@ TEST_F(UnifiedPushConnectorTest,
 TEST_F(UnifiedPushConnectorTest, TheDistributorIsFollowedWhenItRestarts) {
   auto distributor = startDistributor();
   auto connector = makeConnector();
-  const auto first = connector->registerAndWait().endpoint.value_or("");
+  const auto registered = connector->registerAndWait();
+  const auto first = registered.endpoint.value_or("");
   ASSERT_FALSE(first.empty());
   // A new process under the same name knows the application once it registers again, and
   // moves it to an endpoint of its own.
@@ -204,7 +217,7 @@ TEST_F(UnifiedPushConnectorTest, TheDistributorIsFollowedWhenItRestarts) {
   const auto moved = connector->outcomes.items()[2].endpoint.value_or("");
   EXPECT_THAT(moved, StartsWith(distributor->endpointBase()));
   EXPECT_EQ(storedEndpoint(), moved);
-  EXPECT_EQ(testing::postTo(moved, R"({"data": {"id": "p-1"}})"), 201);
+  EXPECT_EQ(testing::postTo(moved, registered.sealed(R"({"data": {"id": "p-1"}})")), 201);
   ASSERT_TRUE(connector->pushes.waitFor(1));
   EXPECT_TRUE(logSink().linesContaining("Ignored a").empty());
 }
@@ -216,10 +229,13 @@ TEST_F(UnifiedPushConnectorTest, TheDistributorIsFollowedWhenItRestarts) {
 TEST_F(UnifiedPushConnectorTest, AStrangersCallsAreRefusedAndChangeNothing) {
   auto distributor = startDistributor();
   auto connector = makeConnector();
-  const auto endpoint = connector->registerAndWait().endpoint.value_or("");
+  const auto registered = connector->registerAndWait();
+  const auto endpoint = registered.endpoint.value_or("");
   ASSERT_FALSE(endpoint.empty());
   const std::string ours = token();
-  const std::string push = R"({"data": {"id": "forged", "action": {"type": "BROWSER"}}})";
+  // Even sealed to the application's keys, which travel to the service in the clear token.
+  const std::string push =
+      registered.sealed(R"({"data": {"id": "forged", "action": {"type": "BROWSER"}}})");
   // A program that owns no name, and one that owns another distributor's name.
   testing::BusPeer stranger(bus_.address());
   testing::BusPeer otherDistributor(bus_.address(), "org.unifiedpush.Distributor.other");
@@ -248,26 +264,27 @@ TEST_F(UnifiedPushConnectorTest, AStrangersCallsAreRefusedAndChangeNothing) {
               HasSubstr("it is not the push distributor org.unifiedpush.Distributor.orvanta"));
 
   // The distributor's own calls still get through.
-  EXPECT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-1"}})"), 201);
+  EXPECT_EQ(testing::postTo(endpoint, registered.sealed(R"({"data": {"id": "p-1"}})")), 201);
   ASSERT_TRUE(connector->pushes.waitFor(1));
   EXPECT_EQ(connector->pushes.items()[0], (ValueMap{{"data", ValueMap{{"id", "p-1"}}}}));
 }
 
 TEST_F(UnifiedPushConnectorTest, TheEndpointSurvivesARestartOfTheApplication) {
   auto distributor = startDistributor();
-  std::string endpoint;
+  testing::RegistrationOutcome first;
   {
     auto before = makeConnector();
-    endpoint = before->registerAndWait().endpoint.value_or("");
-    ASSERT_FALSE(endpoint.empty());
+    first = before->registerAndWait();
+    ASSERT_TRUE(first.endpoint);
   }
-  // A new launch over the same files: same token, same distributor, same endpoint.
+  const std::string endpoint = *first.endpoint;
+  // A new launch over the same files: same token, same distributor, same endpoint, same keys.
   auto platformAgain = testPlatform().relaunch();
   {
     testing::ConnectorProbe after(bus_.address(), platformAgain->secureStore);
-    EXPECT_EQ(after.registerAndWait().endpoint, endpoint);
+    EXPECT_EQ(after.registerAndWait().token, first.token);
     EXPECT_EQ(distributor->registrations().size(), 1U);
-    EXPECT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-2"}})"), 201);
+    EXPECT_EQ(testing::postTo(endpoint, first.sealed(R"({"data": {"id": "p-2"}})")), 201);
     ASSERT_TRUE(after.pushes.waitFor(1));
     // The distributor sent the endpoint again after the registration: nothing new to tell.
     EXPECT_EQ(after.outcomes.items().size(), 1U);
@@ -286,8 +303,7 @@ TEST_F(UnifiedPushConnectorTest, TheEndpointSurvivesARestartOfTheApplication) {
 TEST_F(UnifiedPushConnectorTest, MessageBytesThatAreNoPushAreDroppedWithOneLineEach) {
   auto distributor = startDistributor();
   auto connector = makeConnector();
-  const auto endpoint = connector->registerAndWait().endpoint.value_or("");
-  ASSERT_FALSE(endpoint.empty());
+  const auto registered = connector->registerAndWait();
   const std::string huge = R"({"data": {"id": "p-1", "pad": ")" + std::string(70'000, 'x') + "\"}}";
   const std::vector<std::pair<std::string, std::string>> malformed = {
       {"not JSON", "not JSON"},
@@ -298,11 +314,13 @@ TEST_F(UnifiedPushConnectorTest, MessageBytesThatAreNoPushAreDroppedWithOneLineE
       {std::string(600, '[') + std::string(600, ']'), "not JSON"},
       {huge, "more than the 65536 a push may have"},
   };
+  const std::string endpoint = registered.endpoint.value_or("");
+  ASSERT_FALSE(endpoint.empty());
   for (const auto& [bytes, why] : malformed) {
-    ASSERT_EQ(testing::postTo(endpoint, bytes), 201);
+    ASSERT_EQ(testing::postTo(endpoint, registered.sealed(bytes)), 201);
   }
   // Messages are handled in order: once this one arrived, every one before it was handled.
-  ASSERT_EQ(testing::postTo(endpoint, R"({"data": {"id": "p-2"}})"), 201);
+  ASSERT_EQ(testing::postTo(endpoint, registered.sealed(R"({"data": {"id": "p-2"}})")), 201);
   ASSERT_TRUE(connector->pushes.waitFor(1));
   EXPECT_EQ(connector->pushes.items().size(), 1U);
   const auto dropped = logSink().linesContaining("Dropped a push message: ");
@@ -310,6 +328,67 @@ TEST_F(UnifiedPushConnectorTest, MessageBytesThatAreNoPushAreDroppedWithOneLineE
   for (std::size_t i = 0; i < malformed.size(); ++i) {
     EXPECT_THAT(dropped[i], HasSubstr(malformed[i].second));
   }
+}
+
+TEST_F(UnifiedPushConnectorTest, KeysAreMadeAtRegistrationKeptAndForgottenWhenUnregistering) {
+  // A registration kept by a version without encrypted pushes gets keys at the next registration.
+  auto& store = *platform()->secureStore;
+  store.add(linux_platform::kUnifiedPushAccount,
+            R"({"token": "kept-token", "distributor": "", "endpoint": ""})");
+  auto distributor = startDistributor();
+  auto connector = makeConnector();
+  const auto first = connector->registerAndWait();
+  ASSERT_TRUE(first.endpoint) << first.error.value_or("");
+  EXPECT_EQ(distributor->registrations()[0].token, "kept-token");
+  EXPECT_EQ(first.publicKey.size(), 65U);
+  EXPECT_EQ(first.authSecret.size(), 16U);
+  EXPECT_FALSE(storedPrivateKey().empty());
+
+  // From then on only what decrypts: neither the push in clear nor one sealed to other keys.
+  const std::string push = R"({"data": {"id": "p-1"}})";
+  const auto otherKeys = linux_platform::WebPushKeys::generate().value();
+  ASSERT_EQ(testing::postTo(*first.endpoint, push), 201);
+  ASSERT_EQ(testing::postTo(*first.endpoint, *sandbox::webpush::encrypt(push, otherKeys.publicKey(),
+                                                                        first.authSecret)),
+            201);
+  ASSERT_EQ(testing::postTo(*first.endpoint, first.sealed(push)), 201);
+  ASSERT_TRUE(connector->pushes.waitFor(1));
+  const auto dropped = logSink().linesContaining("Dropped a push message: ");
+  ASSERT_EQ(dropped.size(), 2U);
+  EXPECT_THAT(dropped[0],
+              HasSubstr("not encrypted (this registration takes encrypted pushes only)"));
+  EXPECT_THAT(dropped[1], HasSubstr("does not authenticate"));
+
+  // A damaged key: new keys, said once; the endpoint stays.
+  connector.reset();
+  auto record = nlohmann::json::parse(*store.read(linux_platform::kUnifiedPushAccount));
+  record["privateKey"] = "AAAA";
+  store.remove(linux_platform::kUnifiedPushAccount);
+  store.add(linux_platform::kUnifiedPushAccount, record.dump());
+  connector = makeConnector();
+  const auto renewed = connector->registerAndWait();
+  EXPECT_EQ(renewed.endpoint, first.endpoint);
+  EXPECT_NE(renewed.publicKey, first.publicKey);
+  EXPECT_EQ(logSink().linesContaining("are damaged; made new ones").size(), 1U);
+
+  // Unregistering forgets them: the next registration makes others.
+  connector->unregister();
+  ASSERT_TRUE(distributor->waitFor([&] { return distributor->registrations().empty(); }, 20s));
+  EXPECT_EQ(storedPrivateKey(), "");
+  const auto again = connector->registerAndWait();
+  ASSERT_TRUE(again.endpoint);
+  EXPECT_NE(again.publicKey, renewed.publicKey);
+
+  // A host that must take pushes in clear says so; encrypted ones still arrive.
+  connector.reset();
+  testing::ConnectorProbe plainToo(bus_.address(), platform()->secureStore,
+                                   testing::ConnectorProbe::Settings{.acceptPlainMessages = true});
+  const auto taking = plainToo.registerAndWait();
+  ASSERT_TRUE(taking.endpoint);
+  ASSERT_EQ(testing::postTo(*taking.endpoint, push), 201);
+  ASSERT_EQ(testing::postTo(*taking.endpoint, taking.sealed(R"({"data": {"id": "p-2"}})")), 201);
+  ASSERT_TRUE(plainToo.pushes.waitFor(2));
+  EXPECT_EQ(plainToo.pushes.items()[1], (ValueMap{{"data", ValueMap{{"id", "p-2"}}}}));
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #pragma once
 
 // Test support for remote pushes over UnifiedPush: a connector whose outcomes and pushes are
-// collected, calls on the bus as other programs make them, and POSTs to endpoints.
+// collected, calls on the bus as other programs make them, pushes encrypted to a registration's
+// keys as an application server does (the sandbox's encryption), and POSTs to endpoints.
 
 #include <curl/curl.h>
 #include <gio/gio.h>
@@ -14,6 +15,8 @@
 
 #include "linux/gio/gio_bus.hpp"
 #include "linux/gio/unified_push_connector.hpp"
+#include "linux/web_push_crypto.hpp"
+#include "orvanta_sandbox/web_push.hpp"
 #include "testing/inbox.hpp"
 
 namespace orvanta::testing {
@@ -170,35 +173,70 @@ inline long postTo(const std::string& url, const std::string& body,
   return status;
 }
 
-/// What a registration ended with: the endpoint (the token's bytes) or the error's text.
+/// What a registration ended with: the endpoint and keys of its token, or the error's text.
 struct RegistrationOutcome {
   std::optional<std::string> endpoint;
   std::optional<std::string> error;
+  std::string token;      // the bytes handed to the application
+  std::string publicKey;  // what the token carries besides the endpoint
+  std::string authSecret;
+
+  /// `plaintext` encrypted to the registration's keys, as an application server sends it.
+  std::string sealed(const std::string& plaintext) const {
+    return sandbox::webpush::encrypt(plaintext, publicKey, authSecret).value_or("");
+  }
 };
+
+inline RegistrationOutcome outcomeOf(const std::vector<std::uint8_t>& token) {
+  RegistrationOutcome outcome;
+  outcome.token.assign(token.begin(), token.end());
+  if (auto contents = linux_platform::readPushToken(token)) {
+    outcome.endpoint = contents->endpoint;
+    outcome.publicKey = contents->publicKey;
+    outcome.authSecret = contents->authSecret;
+  } else {
+    outcome.error = "a token that is not in the push token layout";
+  }
+  return outcome;
+}
 
 /// A connector for `kTestApplicationId` on a test's bus, keeping its registration in `store`.
 /// Destroyed before what it reports into.
 class ConnectorProbe {
  public:
+  struct Settings {
+    std::string distributor{};
+    std::string applicationId = kTestApplicationId;
+    std::string vapidPublicKey{};
+    bool acceptPlainMessages = false;
+  };
+
   ConnectorProbe(const std::string& busAddress, std::shared_ptr<port::SecureStore> store,
-                 std::string distributor = {}, std::string applicationId = kTestApplicationId) {
+                 std::string distributor = {}, std::string applicationId = kTestApplicationId)
+      : ConnectorProbe(busAddress, std::move(store),
+                       Settings{std::move(distributor), std::move(applicationId)}) {}
+
+  ConnectorProbe(const std::string& busAddress, std::shared_ptr<port::SecureStore> store,
+                 Settings settings) {
     connector_ = linux_platform::makeUnifiedPushConnector({
         .busAddress = busAddress,
-        .applicationId = std::move(applicationId),
+        .applicationId = std::move(settings.applicationId),
         .description = "Orvanta test",
-        .distributor = std::move(distributor),
+        .distributor = std::move(settings.distributor),
         .store = std::move(store),
+        .vapidPublicKey = std::move(settings.vapidPublicKey),
+        .acceptPlainMessages = settings.acceptPlainMessages,
         .onPush = [this](ValueMap userInfo) { pushes.push(std::move(userInfo)); },
     });
   }
 
   void registerNow() {
     connector_->registerForRemoteNotifications(
-        [this](std::vector<std::uint8_t> token) {
-          outcomes.push({std::string(token.begin(), token.end()), std::nullopt});
-        },
+        [this](std::vector<std::uint8_t> token) { outcomes.push(outcomeOf(token)); },
         [this](const Error& error) {
-          outcomes.push({std::nullopt, error.localizedDescription()});
+          RegistrationOutcome failed;
+          failed.error = error.localizedDescription();
+          outcomes.push(std::move(failed));
         });
   }
 
@@ -207,7 +245,9 @@ class ConnectorProbe {
     const std::size_t before = outcomes.items().size();
     registerNow();
     if (!outcomes.waitFor(before + 1)) {
-      return {std::nullopt, "no outcome"};
+      RegistrationOutcome none;
+      none.error = "no outcome";
+      return none;
     }
     return outcomes.items()[before];
   }

@@ -21,6 +21,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "linux/file_secure_store.hpp"
 #include "orvanta_distributor/distributor.hpp"
 #include "orvanta_sandbox/sandbox.hpp"
 #include "testing/child_process.hpp"
@@ -264,6 +265,16 @@ TEST_F(DoctorTest, EachBrokenDesktopLinkIsNamedWithItsFix) {
   fs::remove(registration);
   expectFailures({"push registration"}, "push registration", "not registered with a distributor",
                  "registerForPushNotifications");
+  // Registered, but the service holds other keys than the installation's (it kept an older
+  // token): the pushes it sends would not decrypt.
+  using linux_platform::FileSecureStore;
+  auto record = nlohmann::json::parse(FileSecureStore::decodeItem(kept).value_or(""));
+  record["authSecret"] = "AAAAAAAAAAAAAAAAAAAAAA";
+  testing::writeFile(registration, FileSecureStore::encodeItem(record.dump()));
+  ASSERT_EQ(::chmod(registration.c_str(), 0600), 0);
+  expectFailures({"push registration"}, "push registration",
+                 "the service has other keys than this installation's",
+                 "hands the endpoint and its keys to the service");
   testing::writeFile(registration, kept);
   ASSERT_EQ(::chmod(registration.c_str(), 0600), 0);
 

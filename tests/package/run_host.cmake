@@ -40,6 +40,9 @@ elseif(MODE STREQUAL "static")
   if(NOT targets MATCHES "PkgConfig::GIO")
     message(FATAL_ERROR "the static kit was built without its GIO adapters")
   endif()
+  if(NOT targets MATCHES "OpenSSL::Crypto")
+    message(FATAL_ERROR "the static kit does not bring libcrypto (encrypted pushes) to its host")
+  endif()
   run(${CMAKE_COMMAND} -S ${PACKAGE_DIR}/consumer -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
       -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
   # The same host through pkg-config, as a build system without CMake would link it.

@@ -1,6 +1,9 @@
-// Sending a push to a device's push endpoint: the endpoint is decoded from the device's token,
-// the payload is POSTed to it, and what the endpoint answered is recorded.
+// Sending a push to a device's push endpoint: the endpoint (and the keys) are decoded from the
+// device's token, the payload is POSTed to it (encrypted to the keys and signed with the sandbox's
+// VAPID key), and what the endpoint answered is recorded.
 
+#include "linux/web_push_crypto.hpp"
+#include "orvanta_sandbox/web_push.hpp"
 #include "sandbox_client.hpp"
 #include "testing/loopback_http_server.hpp"
 
@@ -66,6 +69,67 @@ TEST_F(PushDeliveryTest, ThePayloadIsPostedToTheEndpointTheTokenStandsFor) {
   EXPECT_EQ(json::parse(endpoint.requests()[2].body),
             (json{{"data", {{"id", "p-3"}, {"registration_id", token}}}}));
   EXPECT_TRUE(sandbox->violations().empty());
+}
+
+TEST_F(PushDeliveryTest, APushToATokenWithKeysIsEncryptedToThemAndSigned) {
+  const auto keys = linux_platform::WebPushKeys::generate().value();
+  const auto bytes = linux_platform::pushToken(endpoint.url("/up/device-2"), keys);
+  const std::string token = hex(std::string(bytes.begin(), bytes.end()));
+  const json payload = {{"aps", {{"alert", "Hi"}}}, {"data", {{"id", "p-1"}}}};
+  const Delivery delivery = sandbox->send(token, payload);
+  EXPECT_EQ(delivery.outcome, Delivery::Outcome::delivered) << delivery.detail;
+  EXPECT_TRUE(delivery.encrypted);
+  EXPECT_NE(delivery.detail.find("encrypted to the device's key"), std::string::npos);
+
+  ASSERT_EQ(endpoint.requestCount(), 1U);
+  const auto received = endpoint.requests()[0];
+  EXPECT_EQ(received.path, "/up/device-2");
+  EXPECT_EQ(received.header("Content-Encoding"), "aes128gcm");
+  EXPECT_EQ(received.header("Content-Type"), "application/octet-stream");
+  EXPECT_EQ(received.body.find("p-1"), std::string::npos);  // nothing in clear
+  const auto opened = keys.decrypt(received.body);
+  ASSERT_TRUE(opened.plaintext) << opened.error;
+  EXPECT_EQ(json::parse(*opened.plaintext), payload);
+  // Signed: a JWT for the endpoint's origin and the sandbox's key, which the control API serves.
+  const std::string authorization = received.header("Authorization").value_or("");
+  EXPECT_EQ(authorization.rfind("vapid t=", 0), 0U) << authorization;
+  const std::string key = sandbox->vapidPublicKey();
+  EXPECT_EQ(authorization.substr(authorization.size() - key.size() - 4), ", k=" + key);
+  const auto claims =
+      json::parse(webpush::fromBase64Url(
+                      authorization.substr(authorization.find('.') + 1,
+                                           authorization.rfind('.') - authorization.find('.') - 1))
+                      .value());
+  EXPECT_EQ(claims["aud"], "http://127.0.0.1:" + std::to_string(endpoint.port()));
+  EXPECT_EQ(
+      client
+          .send("GET", "http://127.0.0.1:" + std::to_string(sandbox->port()) + "/_sandbox/vapid",
+                {}, "")
+          .json()["publicKey"],
+      key);
+
+  // The console's state says which devices get encrypted pushes: keys in the token, or an
+  // endpoint alone (a kit of an earlier version), or none.
+  const std::vector<std::pair<std::string, std::string>> devices = {
+      {token, "encrypted"}, {hex(endpoint.url("/up/old")), "plain"}, {"a1b2c3d4", "none"}};
+  for (std::size_t i = 0; i < devices.size(); ++i) {
+    auto device = validDevice(credentials(), "user-" + std::to_string(i));
+    device["registration_id"] = devices[i].first;
+    ASSERT_EQ(post("devices", device).status, 204);
+  }
+  const auto shown = sandbox->stateJson()["devices"];
+  ASSERT_EQ(shown.size(), devices.size());
+  for (std::size_t i = 0; i < devices.size(); ++i) {
+    EXPECT_EQ(shown[i]["push_delivery"], devices[i].second);
+  }
+  EXPECT_EQ(sandbox->sentPushes()[0].delivery.encrypted, true);
+}
+
+TEST(SandboxVapidKeyTest, AGivenPrivateKeyIsUsedAndOneThatIsNoneRefused) {
+  const auto key = webpush::VapidKey::generate();
+  auto sandbox = Sandbox::start({.vapidPrivateKey = key.privateKey()});
+  EXPECT_EQ(sandbox->vapidPublicKey(), key.publicKey());
+  EXPECT_THROW(Sandbox::start({.vapidPrivateKey = "not a key"}), std::invalid_argument);
 }
 
 TEST_F(PushDeliveryTest, EachOutcomeIsRecordedWithWhatHappened) {

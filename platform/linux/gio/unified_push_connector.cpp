@@ -18,6 +18,7 @@
 #include "linux/gio/distributor_watch.hpp"
 #include "linux/gio/gio_bus.hpp"
 #include "linux/gio/glib_loop_thread.hpp"
+#include "linux/web_push_crypto.hpp"
 #include "models/url.hpp"
 #include "push/remote_push_message.hpp"
 
@@ -30,6 +31,10 @@ constexpr const char* kDistributor1 = "org.unifiedpush.Distributor1";
 constexpr const char* kDistributor2 = "org.unifiedpush.Distributor2";
 constexpr std::string_view kDistributorPrefix = "org.unifiedpush.Distributor.";
 constexpr const char* kSucceeded = "REGISTRATION_SUCCEEDED";
+// The keys' fields in the kept registration: the private scalar and the authentication secret,
+// in URL-safe base64 (the public key follows from the scalar).
+constexpr const char* kPrivateKeyField = "privateKey";
+constexpr const char* kAuthSecretField = "authSecret";
 
 constexpr const char* kIntrospection = R"(
 <node>
@@ -82,8 +87,23 @@ std::string withPrefix(const std::string& name) {
 }
 
 bool isEndpoint(const std::string& text) {
+  if (text.size() > kMaxPushTokenEndpointBytes) {
+    return false;
+  }
   auto url = Url::parse(text);
   return url && (url->scheme() == "http" || url->scheme() == "https");
+}
+
+// A message that is no encrypted one but the push's JSON in clear: an object's first byte.
+bool looksPlain(std::string_view bytes) {
+  const auto first = bytes.find_first_not_of(" \t\r\n");
+  return first != std::string_view::npos && bytes[first] == '{';
+}
+
+// The VAPID key an application server publishes: a P-256 point, uncompressed, in URL-safe base64.
+bool isVapidKey(const std::string& text) {
+  auto bytes = base64UrlDecode(text);
+  return bytes && bytes->size() == kWebPushPublicKeyBytes && (*bytes)[0] == 0x04;
 }
 
 // The registration kept in the secure store.
@@ -91,6 +111,15 @@ struct Record {
   std::string token;
   std::string distributor;
   std::string endpoint;
+  std::optional<WebPushKeys> keys;  // none in a record of an earlier version
+
+  bool operator==(const Record& other) const {
+    const auto secrets = [](const std::optional<WebPushKeys>& held) {
+      return held ? held->privateKey() + held->authSecret() : std::string();
+    };
+    return token == other.token && distributor == other.distributor && endpoint == other.endpoint &&
+           secrets(keys) == secrets(other.keys);
+  }
 };
 
 class Core : public std::enable_shared_from_this<Core> {
@@ -139,10 +168,22 @@ class Core : public std::enable_shared_from_this<Core> {
         id.find('.') == std::string::npos) {
       return fail("The application id \"" + id + "\" is not a reverse-DNS name");
     }
+    if (!options_.vapidPublicKey.empty() && !isVapidKey(options_.vapidPublicKey)) {
+      return fail("The VAPID public key \"" + options_.vapidPublicKey +
+                  "\" is not a P-256 public key (65 bytes, uncompressed, in URL-safe base64)");
+    }
+    loadRecord();
+    if (!record_.keys) {
+      // A first registration, or one kept by a version without encrypted pushes.
+      record_.keys = WebPushKeys::generate();
+      if (!record_.keys) {
+        return fail("Could not make the keys for encrypted pushes (OpenSSL's random generator)");
+      }
+      saveRecord();
+    }
     registering_ = true;
     registerReplied_ = false;
     const auto attempt = ++attempt_;
-    loadRecord();
     withConnection([this, attempt] { listDistributors(attempt); });
   }
 
@@ -165,7 +206,7 @@ class Core : public std::enable_shared_from_this<Core> {
     saveRecord();
     lastReported_ = record_.endpoint;
     auto waiters = std::exchange(waiters_, {});
-    const std::vector<std::uint8_t> token(record_.endpoint.begin(), record_.endpoint.end());
+    const std::vector<std::uint8_t> token = pushToken(record_.endpoint, *record_.keys);
     for (auto& [registered, failed] : waiters) {
       registered(token);
     }
@@ -256,6 +297,10 @@ class Core : public std::enable_shared_from_this<Core> {
     g_variant_builder_add(&arguments, "{sv}", "token", g_variant_new_string(record_.token.c_str()));
     g_variant_builder_add(&arguments, "{sv}", "description",
                           g_variant_new_string(options_.description.c_str()));
+    if (!options_.vapidPublicKey.empty()) {
+      g_variant_builder_add(&arguments, "{sv}", "vapid",
+                            g_variant_new_string(options_.vapidPublicKey.c_str()));
+    }
     call(distributor.c_str(), kDistributorPath, kDistributor2, "Register",
          g_variant_new("(@a{sv})", g_variant_builder_end(&arguments)), "(a{sv})",
          [this, attempt, distributor](GVariant* reply, const GError* error) {
@@ -289,6 +334,11 @@ class Core : public std::enable_shared_from_this<Core> {
            version2_ = false;
            if (error != nullptr) {
              return fail(callFailure(distributor, error));
+           }
+           if (!options_.vapidPublicKey.empty()) {
+             OrvantaLogger::info("The push distributor " + distributor +
+                                 " serves only Distributor1, which carries no VAPID key: its "
+                                 "push server does not check who signs the pushes");
            }
            const gchar* result = nullptr;
            const gchar* reason = nullptr;
@@ -358,13 +408,13 @@ class Core : public std::enable_shared_from_this<Core> {
       call(record_.distributor.c_str(), kDistributorPath, version2_ ? kDistributor2 : kDistributor1,
            "Unregister", parameters, nullptr, [](GVariant*, const GError*) {});
     }
-    // Forgotten even when this run never registered: the next registration starts afresh.
+    // Forgotten even when this run never registered: the next registration starts afresh, with
+    // new keys.
     loadRecord();
-    if (!record_.distributor.empty() || !record_.endpoint.empty()) {
-      record_.distributor.clear();
-      record_.endpoint.clear();
-      saveRecord();
-    }
+    record_.distributor.clear();
+    record_.endpoint.clear();
+    record_.keys.reset();
+    saveRecord();
     lastReported_.clear();
     latestRegistered_ = nullptr;
   }
@@ -409,6 +459,26 @@ class Core : public std::enable_shared_from_this<Core> {
     if (!ours(token) || !options_.onPush) {
       return;
     }
+    std::optional<std::string> plaintext;
+    if (record_.keys) {
+      // The cap first: nothing bigger is decrypted, so nothing bigger is allocated.
+      if (bytes.size() > kMaxRemotePushBytes) {
+        return dropRemotePushMessage(std::to_string(bytes.size()) + " bytes, more than the " +
+                                     std::to_string(kMaxRemotePushBytes) + " a push may have");
+      }
+      if (options_.acceptPlainMessages && looksPlain(bytes)) {
+        plaintext = std::string(bytes);
+      } else {
+        auto decrypted = record_.keys->decrypt(bytes);
+        if (!decrypted.plaintext) {
+          return dropRemotePushMessage(
+              looksPlain(bytes) ? "not encrypted (this registration takes encrypted pushes only)"
+                                : decrypted.error);
+        }
+        plaintext = std::move(decrypted.plaintext);
+      }
+      bytes = *plaintext;
+    }
     if (auto userInfo = remotePushUserInfo(bytes)) {
       try {
         options_.onPush(std::move(*userInfo));
@@ -435,10 +505,10 @@ class Core : public std::enable_shared_from_this<Core> {
       }
       return;  // the answer to Register completes it
     }
-    if (endpoint != lastReported_ && latestRegistered_) {
-      // The distributor moved the application to a new endpoint.
+    if (endpoint != lastReported_ && latestRegistered_ && record_.keys) {
+      // The distributor moved the application to a new endpoint; the keys stay.
       lastReported_ = endpoint;
-      latestRegistered_(std::vector<std::uint8_t>(endpoint.begin(), endpoint.end()));
+      latestRegistered_(pushToken(endpoint, *record_.keys));
     }
   }
 
@@ -458,6 +528,7 @@ class Core : public std::enable_shared_from_this<Core> {
     if (!record_.token.empty()) {
       return;
     }
+    bool damagedKeys = false;
     if (options_.store) {
       if (auto bytes = options_.store->read(kUnifiedPushAccount)) {
         const auto json = nlohmann::json::parse(*bytes, nullptr, false);
@@ -466,28 +537,49 @@ class Core : public std::enable_shared_from_this<Core> {
           return found != json.end() && found->is_string() ? found->get<std::string>()
                                                            : std::string();
         };
-        record_ = Record{text("token"), text("distributor"), text("endpoint")};
+        record_ = Record{text("token"), text("distributor"), text("endpoint"), std::nullopt};
+        const bool hasKeys = json.is_object() &&
+                             (json.contains(kPrivateKeyField) || json.contains(kAuthSecretField));
+        if (hasKeys && !record_.token.empty()) {
+          const auto privateKey = base64UrlDecode(text(kPrivateKeyField));
+          const auto secret = base64UrlDecode(text(kAuthSecretField));
+          if (privateKey && secret) {
+            record_.keys = WebPushKeys::fromSecrets(*privateKey, *secret);
+          }
+          damagedKeys = !record_.keys;
+        }
       }
     }
     saved_ = record_;
     if (record_.token.empty()) {
-      record_ = Record{makeUuidString(), {}, {}};
+      record_ = Record{makeUuidString(), {}, {}, std::nullopt};
+      saveRecord();
+    } else if (damagedKeys) {
+      // Pushes encrypted to the old keys can't be read any more: the next registration hands
+      // the service the new ones.
+      OrvantaLogger::warning(
+          "The keys for encrypted pushes kept with the push registration are damaged; made new "
+          "ones");
+      record_.keys = WebPushKeys::generate();
       saveRecord();
     }
   }
 
   void saveRecord() {
-    if (record_.token == saved_.token && record_.distributor == saved_.distributor &&
-        record_.endpoint == saved_.endpoint) {
+    if (record_ == saved_) {
       return;
     }
     saved_ = record_;
     if (!options_.store) {
       return;
     }
-    const nlohmann::json json{{"token", record_.token},
-                              {"distributor", record_.distributor},
-                              {"endpoint", record_.endpoint}};
+    nlohmann::json json{{"token", record_.token},
+                        {"distributor", record_.distributor},
+                        {"endpoint", record_.endpoint}};
+    if (record_.keys) {
+      json[kPrivateKeyField] = base64UrlEncode(record_.keys->privateKey());
+      json[kAuthSecretField] = base64UrlEncode(record_.keys->authSecret());
+    }
     options_.store->remove(kUnifiedPushAccount);
     if (options_.store->add(kUnifiedPushAccount, json.dump()) != port::SecureStoreStatus::success) {
       OrvantaLogger::error("Could not keep the push registration; the next start registers anew");

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "fuzz/record_fuzzing.hpp"
+#include "fuzz/web_push_fuzzing.hpp"
 
 namespace orvanta {
 namespace {
@@ -43,6 +44,7 @@ TEST(FuzzInputsTest, RecordDecodersSurviveEveryKeptInput) {
   EXPECT_GT(replay("fuzz_device_record", fuzzing::deviceRecord), 0u);
   EXPECT_GT(replay("fuzz_push_message", fuzzing::pushMessage), 0u);
   EXPECT_GT(replay("fuzz_event_row", fuzzing::eventRow), 0u);
+  EXPECT_GT(replay("fuzz_web_push_message", fuzzing::webPushMessage), 0u);
 }
 
 }  // namespace

@@ -4,9 +4,19 @@
 #include <gio/gio.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/params.h>
 #include <pthread.h>
 
+#include <nlohmann/json.hpp>
+
+#include <cctype>
+#include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
@@ -72,6 +82,170 @@ std::optional<std::string> mapString(GVariant* map, const char* key) {
   std::string text = g_variant_get_string(value, nullptr);
   g_variant_unref(value);
   return text;
+}
+
+// --- VAPID (RFC 8292) ---------------------------------------------------------------------------
+
+// URL-safe base64, padding tolerated; none for other text.
+std::optional<std::string> unbase64(std::string_view text) {
+  while (!text.empty() && text.back() == '=') {
+    text.remove_suffix(1);
+  }
+  std::string bytes;
+  unsigned buffer = 0;
+  int bits = 0;
+  for (const char c : text) {
+    const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    const char* found = c != '\0' ? std::strchr(alphabet, c) : nullptr;
+    if (found == nullptr) {
+      return std::nullopt;
+    }
+    buffer = (buffer << 6) | static_cast<unsigned>(found - alphabet);
+    bits += 6;
+    if (bits >= 8) {
+      bits -= 8;
+      bytes.push_back(static_cast<char>((buffer >> bits) & 0xFF));
+    }
+  }
+  return bits >= 6 ? std::nullopt : std::optional<std::string>(std::move(bytes));
+}
+
+// The application server's P-256 public key from its 65-byte point; null when it is none.
+EVP_PKEY* vapidKey(const std::string& point) {
+  if (point.size() != 65 || point[0] != '\x04') {
+    return nullptr;
+  }
+  char group[] = "prime256v1";
+  std::string copy = point;
+  OSSL_PARAM params[] = {
+      OSSL_PARAM_construct_utf8_string(OSSL_PKEY_PARAM_GROUP_NAME, group, 0),
+      OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PUB_KEY, copy.data(), copy.size()),
+      OSSL_PARAM_construct_end(),
+  };
+  EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr);
+  EVP_PKEY* key = nullptr;
+  if (context == nullptr || EVP_PKEY_fromdata_init(context) != 1 ||
+      EVP_PKEY_fromdata(context, &key, EVP_PKEY_PUBLIC_KEY, params) != 1) {
+    key = nullptr;
+  }
+  EVP_PKEY_CTX_free(context);
+  return key;
+}
+
+bool isVapidKey(const std::string& text) {
+  const auto point = unbase64(text);
+  EVP_PKEY* key = point ? vapidKey(*point) : nullptr;
+  EVP_PKEY_free(key);
+  return key != nullptr;
+}
+
+// An ES256 signature (r and s, 32 bytes each) of `text` by `key`.
+bool verifies(EVP_PKEY* key, const std::string& text, const std::string& signature) {
+  if (signature.size() != 64) {
+    return false;
+  }
+  const auto* raw = reinterpret_cast<const unsigned char*>(signature.data());
+  ECDSA_SIG* pair = ECDSA_SIG_new();
+  BIGNUM* r = BN_bin2bn(raw, 32, nullptr);
+  BIGNUM* s = BN_bin2bn(raw + 32, 32, nullptr);
+  if (pair == nullptr || r == nullptr || s == nullptr || ECDSA_SIG_set0(pair, r, s) != 1) {
+    BN_free(r);
+    BN_free(s);
+    ECDSA_SIG_free(pair);
+    return false;
+  }
+  unsigned char* der = nullptr;
+  const int derLength = i2d_ECDSA_SIG(pair, &der);
+  ECDSA_SIG_free(pair);
+  EVP_MD_CTX* digest = EVP_MD_CTX_new();
+  const bool good =
+      derLength > 0 && digest != nullptr &&
+      EVP_DigestVerifyInit(digest, nullptr, EVP_sha256(), nullptr, key) == 1 &&
+      EVP_DigestVerify(digest, der, static_cast<std::size_t>(derLength),
+                       reinterpret_cast<const unsigned char*>(text.data()), text.size()) == 1;
+  EVP_MD_CTX_free(digest);
+  OPENSSL_free(der);
+  return good;
+}
+
+// Checks the Authorization header of a POST to an endpoint whose application registered the
+// VAPID key `registered`: {0, ""} when it is "vapid t=<JWT>, k=<key>" with that key, a JWT signed
+// with it (ES256) for `audience` (the endpoint's origin) that has not expired and expires within
+// 24 hours; otherwise the status to answer (401 unsigned, 403 signed wrongly) and why.
+std::pair<int, std::string> checkVapid(const char* header, const std::string& registered,
+                                       const std::string& audience) {
+  if (header == nullptr) {
+    return {401, "unsigned: the application takes only pushes signed with VAPID"};
+  }
+  std::string_view text(header);
+  if (text.size() < 6 || std::tolower(static_cast<unsigned char>(text[0])) != 'v' ||
+      std::string_view(text.substr(1, 5)) != "apid ") {
+    return {401, "the Authorization header is no VAPID signature (vapid t=..., k=...)"};
+  }
+  text.remove_prefix(6);
+  std::string token;
+  std::string key;
+  while (!text.empty()) {
+    const auto comma = text.find(',');
+    std::string_view part = text.substr(0, comma);
+    text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+    while (!part.empty() && part.front() == ' ') {
+      part.remove_prefix(1);
+    }
+    while (!part.empty() && part.back() == ' ') {
+      part.remove_suffix(1);
+    }
+    if (part.substr(0, 2) == "t=") {
+      token = part.substr(2);
+    } else if (part.substr(0, 2) == "k=") {
+      key = part.substr(2);
+    }
+  }
+  if (token.empty() || key.empty()) {
+    return {401, "the Authorization header is no VAPID signature (vapid t=..., k=...)"};
+  }
+  const auto given = unbase64(key);
+  if (!given || given != unbase64(registered)) {
+    return {403, "signed with another key than the application registered"};
+  }
+  const auto firstDot = token.find('.');
+  const auto lastDot = token.rfind('.');
+  if (firstDot == std::string::npos || firstDot == lastDot) {
+    return {403, "the VAPID token is no JWT"};
+  }
+  const auto header64 = unbase64(token.substr(0, firstDot));
+  const auto claims64 = unbase64(token.substr(firstDot + 1, lastDot - firstDot - 1));
+  const auto signature = unbase64(token.substr(lastDot + 1));
+  const auto jwtHeader = nlohmann::json::parse(header64.value_or(""), nullptr, false);
+  const auto claims = nlohmann::json::parse(claims64.value_or(""), nullptr, false);
+  if (!signature || !jwtHeader.is_object() || !claims.is_object() ||
+      jwtHeader.value("alg", "") != "ES256") {
+    return {403, "the VAPID token is no ES256 JWT"};
+  }
+  EVP_PKEY* publicKey = vapidKey(*given);
+  const bool good =
+      publicKey != nullptr && verifies(publicKey, token.substr(0, lastDot), *signature);
+  EVP_PKEY_free(publicKey);
+  if (!good) {
+    return {403, "the VAPID signature does not verify"};
+  }
+  const auto now = std::chrono::duration_cast<std::chrono::seconds>(
+                       std::chrono::system_clock::now().time_since_epoch())
+                       .count();
+  const auto expiry = claims.contains("exp") && claims["exp"].is_number_integer()
+                          ? claims["exp"].get<std::int64_t>()
+                          : std::int64_t{0};
+  if (expiry <= now) {
+    return {403, "the VAPID token has expired"};
+  }
+  if (expiry > now + 24 * 3600) {
+    return {403, "the VAPID token expires more than 24 hours ahead"};
+  }
+  if (!claims.contains("aud") || claims["aud"] != audience) {
+    return {403,
+            "the VAPID token is for another push server (its \"aud\" is not " + audience + ")"};
+  }
+  return {0, {}};
 }
 
 // One POST on its way in.
@@ -142,6 +316,7 @@ class Distributor::Impl {
 
   const std::string& busName() const { return name_; }
   std::uint16_t port() const { return port_; }
+  std::string origin() const { return "http://127.0.0.1:" + std::to_string(port_); }
   std::string endpointBase() const {
     return "http://127.0.0.1:" + std::to_string(port_) + std::string(kEndpointPath);
   }
@@ -392,6 +567,8 @@ class Distributor::Impl {
       outcome.reason = "the service name is not a well-known bus name";
     } else if (token.empty()) {
       outcome.reason = "the token is empty";
+    } else if (vapid && !isVapidKey(*vapid)) {
+      outcome.reason = "the VAPID key is not a P-256 public key (65 bytes in URL-safe base64)";
     } else if (sender.empty() || ownerOf(service) != sender) {
       outcome.reason = "the caller does not own the service name " + service;
     }
@@ -543,8 +720,10 @@ class Distributor::Impl {
     // Browsers name the page in "Origin" on every POST: a web page must not push to the desktop.
     const bool fromWebPage =
         MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Origin") != nullptr;
-    const auto [status, text] =
-        fromWebPage ? self->refuseWebPage(url, method) : self->answer(url, method, *upload);
+    const char* authorization =
+        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Authorization");
+    const auto [status, text] = fromWebPage ? self->refuseWebPage(url, method)
+                                            : self->answer(url, method, authorization, *upload);
     MHD_Response* response = MHD_create_response_from_buffer(
         text.size(), const_cast<char*>(text.data()), MHD_RESPMEM_MUST_COPY);
     MHD_add_response_header(response, "Content-Type", "text/plain; charset=utf-8");
@@ -568,19 +747,21 @@ class Distributor::Impl {
   }
 
   std::pair<int, std::string> answer(const std::string_view path, const std::string_view method,
-                                     Upload& upload) {
+                                     const char* authorization, Upload& upload) {
     if (path.substr(0, kEndpointPath.size()) != kEndpointPath) {
       return {404, "no such endpoint\n"};
     }
     const std::string endpoint = endpointBase() + std::string(path.substr(kEndpointPath.size()));
     std::string service;
     std::string token;
+    std::optional<std::string> vapid;
     {
       std::lock_guard lock(mutex_);
       for (const auto& registration : registrations_) {
         if (registration.endpoint == endpoint) {
           service = registration.service;
           token = registration.token;
+          vapid = registration.vapid;
         }
       }
     }
@@ -590,6 +771,15 @@ class Distributor::Impl {
     }
     if (method != "POST") {
       return {405, "an endpoint takes POST\n"};
+    }
+    if (vapid) {
+      // The application named its server's key: only pushes that server signed get through.
+      const auto [status, why] = checkVapid(authorization, *vapid, origin());
+      if (status != 0) {
+        say(std::string(method) + " " + std::string(path) + ": " + std::to_string(status) + ", " +
+            why);
+        return {status, why + "\n"};
+      }
     }
     if (upload.tooLarge) {
       say("refused a message of more than " + std::to_string(options_.maxMessageBytes) +

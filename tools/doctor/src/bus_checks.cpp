@@ -302,13 +302,27 @@ Verdict checkRegistration(Context& context) {
       context.deviceRecord && context.deviceRecord->contains("registration_id")
           ? (*context.deviceRecord)["registration_id"].get<std::string>()
           : std::string();
-  if (token != hex(registration.endpoint)) {
+  const auto carried = readDeviceToken(token);
+  if (!carried || carried->endpoint != registration.endpoint) {
     return Verdict::fail("the service does not have this installation's endpoint " +
                              registration.endpoint + ": its pushes go elsewhere",
                          startApplication +
                              ", with the service reachable: it hands the "
                              "endpoint to the service",
                          details);
+  }
+  details["encrypted"] = !carried->authSecret.empty();
+  if (carried->authSecret.empty() || carried->authSecret != registration.authSecret) {
+    return Verdict::fail(
+        carried->authSecret.empty()
+            ? "the service has this installation's endpoint without its keys (a token of an "
+              "earlier version): the application refuses its pushes, which come unencrypted"
+            : "the service has other keys than this installation's: the application can't "
+              "decrypt its pushes",
+        startApplication +
+            ", with the service reachable: it hands the endpoint and its keys to "
+            "the service",
+        details);
   }
   std::string why;
   bool running = false;
@@ -322,7 +336,7 @@ Verdict checkRegistration(Context& context) {
   details["running"] = running;
   return Verdict::pass(
       "registered with " + registration.distributor + " at " + registration.endpoint +
-          ", which the service has; " +
+          ", which the service has with the keys pushes are encrypted to; " +
           (running ? "the application is running" : "pushes arrive while the application runs"),
       details);
 }

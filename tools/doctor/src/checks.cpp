@@ -62,16 +62,44 @@ std::string describeDuration(double seconds) {
   return whole(magnitude / 86400, " days");
 }
 
-std::string hex(const std::string& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(bytes.size() * 2);
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    text.push_back(kDigits[byte >> 4]);
-    text.push_back(kDigits[byte & 0x0F]);
+std::optional<TokenContents> readDeviceToken(const std::string& hexToken) {
+  if (hexToken.empty() || hexToken.size() % 2 != 0 ||
+      hexToken.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    return std::nullopt;
   }
-  return text;
+  std::string bytes;
+  for (std::size_t i = 0; i < hexToken.size(); i += 2) {
+    bytes.push_back(static_cast<char>(std::stoi(hexToken.substr(i, 2), nullptr, 16)));
+  }
+  constexpr std::size_t kKey = 65;
+  constexpr std::size_t kSecret = 16;
+  if (bytes[0] != '\x01') {
+    return TokenContents{bytes, ""};  // an endpoint alone
+  }
+  const std::size_t length =
+      bytes.size() < 3 ? 0
+                       : (static_cast<std::size_t>(static_cast<unsigned char>(bytes[1])) << 8) |
+                             static_cast<unsigned char>(bytes[2]);
+  if (length == 0 || bytes.size() != 3 + length + kKey + kSecret) {
+    return std::nullopt;
+  }
+  static constexpr char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+  std::string secret;
+  unsigned buffer = 0;
+  int bits = 0;
+  for (const char c : bytes.substr(3 + length + kKey)) {
+    buffer = (buffer << 8) | static_cast<unsigned char>(c);
+    bits += 8;
+    while (bits >= 6) {
+      bits -= 6;
+      secret.push_back(kAlphabet[(buffer >> bits) & 0x3F]);
+    }
+  }
+  if (bits > 0) {
+    secret.push_back(kAlphabet[(buffer << (6 - bits)) & 0x3F]);
+  }
+  return TokenContents{bytes.substr(3, length), secret};
 }
 
 }  // namespace orvanta::doctor

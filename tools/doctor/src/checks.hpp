@@ -44,7 +44,17 @@ struct StoredRegistration {
   std::string token;
   std::string distributor;
   std::string endpoint;
+  std::string authSecret;  ///< of the keys for encrypted pushes, URL-safe base64; "" without keys
 };
+
+/// What a device's push token (hex, as the service keeps it) carries: the endpoint and, in the
+/// layout of version 1 (docs/unifiedpush.md), the authentication secret (URL-safe base64; "" in a
+/// token of an earlier version, the endpoint alone). None when it is neither.
+struct TokenContents {
+  std::string endpoint;
+  std::string authSecret;
+};
+std::optional<TokenContents> readDeviceToken(const std::string& hexToken);
 
 struct Context {
   Settings settings;
@@ -106,7 +116,5 @@ Verdict checkApiService(Context& context);
 // Shared wording.
 /// "3 s", "4 min", "2 h", "5 days".
 std::string describeDuration(double seconds);
-/// The bytes as lower-case hex, as the kit writes a push token.
-std::string hex(const std::string& bytes);
 
 }  // namespace orvanta::doctor

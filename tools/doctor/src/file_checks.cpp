@@ -256,7 +256,8 @@ std::optional<StoredRegistration> registrationFrom(const nlohmann::json& record)
     return record.contains(key) && record[key].is_string() ? record[key].get<std::string>()
                                                            : std::string();
   };
-  return StoredRegistration{text("token"), text("distributor"), text("endpoint")};
+  return StoredRegistration{text("token"), text("distributor"), text("endpoint"),
+                            text("authSecret")};
 }
 
 }  // namespace

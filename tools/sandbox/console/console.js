@@ -71,6 +71,13 @@
   const fromUnixSeconds = (s) => new Date(s * 1000);
   const tokenOf = (pushId) => (typeof pushId === 'string' ? pushId.split('|||')[0] : '');
 
+  // How pushes reach a device, from what its token carries.
+  const pushDeliveryText = {
+    encrypted: 'encrypted to the device\'s key (its token carries a public key and a secret)',
+    plain: 'in clear (a token of an earlier kit: no keys to encrypt to)',
+    none: 'not from the sandbox (the token names no push endpoint: the device gets its pushes another way)',
+  };
+
   // A push token, shortened where space is short; the whole token stays in its title.
   const shortTokenText = (token) => (token.length > 16 ? `${token.slice(0, 8)}…${token.slice(-6)}`
     : token);
@@ -189,6 +196,9 @@
             : el('span', { class: 'muted', text: 'none yet' })),
           device.oldDeviceToken ? [el('dt', { text: 'Previous token' }),
             el('dd', {}, el('code', { class: 'token', text: device.oldDeviceToken }))] : null,
+          el('dt', { text: 'Pushes' }),
+          el('dd', { class: `push-delivery push-delivery-${device.push_delivery || 'none'}`,
+            text: pushDeliveryText[device.push_delivery] || pushDeliveryText.none }),
           el('dt', { text: 'Device' }),
           el('dd', {
             text: [agent.phone_model, [agent.system_name, agent.system_version].filter(Boolean).join(' '),

@@ -6,14 +6,15 @@
 #include <utility>
 #include <vector>
 
-#include "push_delivery.hpp"
+#include "orvanta_sandbox/web_push.hpp"
 
 namespace orvanta::sandbox::guards {
 namespace {
 
 using nlohmann::json;
 
-// A push endpoint as a token is the hex of "http://" and more: anything shorter is no endpoint.
+// A push token is the hex of "http://" and more (a token of an earlier kit), or of the version
+// byte, the endpoint, a key and a secret: anything shorter is no token.
 constexpr std::size_t kShortestEndpointToken = 20;
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
@@ -58,7 +59,8 @@ bool nestedDeeperThan(std::string_view text, std::size_t limit) {
   return false;
 }
 
-// The push endpoints in `text` (hex runs that decode to one), as tokens and as URLs.
+// The push endpoints in `text` (hex runs that are push tokens, with or without keys), as tokens
+// and as URLs: masking the token hides its keys too.
 void collectEndpoints(std::string_view text, std::set<std::string>& found) {
   std::size_t start = 0;
   while (start < text.size()) {
@@ -71,9 +73,9 @@ void collectEndpoints(std::string_view text, std::set<std::string>& found) {
     }
     const std::string_view run = text.substr(start, end - start);
     if (run.size() >= kShortestEndpointToken) {
-      if (auto url = endpointFromToken(run)) {
+      if (auto subscription = webpush::subscriptionFromToken(run)) {
         found.emplace(run);
-        found.insert(std::move(*url));
+        found.insert(std::move(subscription->endpoint));
       }
     }
     start = end;

@@ -10,20 +10,52 @@
 #include <string>
 #include <string_view>
 
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+
 #include "orvanta_sandbox/sandbox.hpp"
+#include "orvanta_sandbox/web_push.hpp"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: orvanta-sandbox [--port N]\n"
+    "usage: orvanta-sandbox [--port N] [--vapid-key FILE]\n"
     "                       [--app-id ID --token T --secret S --events-token E | --config "
     "OrvantaConfig.plist]\n"
     "Serves the push service and the API service on http://127.0.0.1:<port>/v1/, and its\n"
-    "console (a web page) and control API under /_sandbox/. Stops on SIGINT or SIGTERM.\n";
+    "console (a web page) and control API under /_sandbox/. Pushes to a device's endpoint are\n"
+    "encrypted to its keys and signed with a VAPID key: a new one each run, or the one kept in\n"
+    "FILE (made there when missing), so that its public key, which the application gives the kit,\n"
+    "stays the same. Stops on SIGINT or SIGTERM.\n";
 
 [[noreturn]] void usageError(const std::string& message) {
   std::cerr << "orvanta-sandbox: " << message << "\n" << kUsage;
   std::exit(2);
+}
+
+// The VAPID private key kept in `path`; a new one written there (0600) when there is none.
+std::string vapidKeyFrom(const std::string& path) {
+  std::ifstream in(path);
+  if (in) {
+    std::stringstream text;
+    text << in.rdbuf();
+    std::string key = text.str();
+    while (!key.empty() && (key.back() == '\n' || key.back() == ' ')) {
+      key.pop_back();
+    }
+    return key;
+  }
+  const std::string key = orvanta::sandbox::webpush::VapidKey::generate().privateKey();
+  const mode_t previous = ::umask(077);
+  std::ofstream out(path);
+  out << key << "\n";
+  ::umask(previous);
+  if (!out) {
+    usageError("can't write the VAPID key to " + path);
+  }
+  return key;
 }
 
 orvanta::sandbox::Options parseArguments(int argc, char** argv) {
@@ -47,6 +79,8 @@ orvanta::sandbox::Options parseArguments(int argc, char** argv) {
         usageError("bad port " + value);
       }
       options.port = static_cast<std::uint16_t>(port);
+    } else if (argument == "--vapid-key") {
+      options.vapidPrivateKey = vapidKeyFrom(value);
     } else if (argument == "--config") {
       configPath = value;
     } else if (argument == "--app-id") {
@@ -112,6 +146,7 @@ int main(int argc, char** argv) {
     std::lock_guard lock(outputMutex);
     std::printf("orvanta-sandbox listening on %s\n", sandbox->baseUrl().c_str());
     std::printf("orvanta-sandbox console at %s\n", sandbox->consoleUrl().c_str());
+    std::printf("orvanta-sandbox VAPID public key %s\n", sandbox->vapidPublicKey().c_str());
     std::fflush(stdout);
   }
 

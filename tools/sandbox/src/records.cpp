@@ -122,7 +122,9 @@ nlohmann::json toJson(const Fault& fault) {
 }
 
 nlohmann::json toJson(const Delivery& delivery) {
-  return {{"outcome", deliveryOutcomeName(delivery.outcome)}, {"detail", delivery.detail}};
+  return {{"outcome", deliveryOutcomeName(delivery.outcome)},
+          {"detail", delivery.detail},
+          {"encrypted", delivery.encrypted}};
 }
 
 nlohmann::json toJson(const SentPush& push) {

@@ -18,6 +18,7 @@
 #include "console_assets.hpp"
 #include "contract.hpp"
 #include "guards.hpp"
+#include "orvanta_sandbox/web_push.hpp"
 #include "push_delivery.hpp"
 
 namespace orvanta::sandbox {
@@ -34,6 +35,8 @@ constexpr std::size_t kMaxBody = 1024 * 1024;
 constexpr std::size_t kMaxEventBody = 64 * 1024;
 // How long a device's push endpoint has to take a push.
 constexpr long kDeliveryTimeoutMs = 10'000;
+// Who signs the sandbox's pushes (the "sub" of its VAPID claims).
+constexpr const char* kVapidSubject = "mailto:sandbox@orvanta.invalid";
 
 // The change stream tells the console at most this often that the state changed, and says
 // something at least this often so that a closed page frees its connection.
@@ -174,7 +177,20 @@ void addConsoleHeaders(Answer& answer) {
 
 class Sandbox::Impl {
  public:
-  explicit Impl(Options options) : options_(std::move(options)) {}
+  explicit Impl(Options options) : options_(std::move(options)), vapid_(makeVapidKey(options_)) {}
+
+  static webpush::VapidKey makeVapidKey(const Options& options) {
+    if (options.vapidPrivateKey.empty()) {
+      return webpush::VapidKey::generate();
+    }
+    auto key = webpush::VapidKey::fromPrivateKey(options.vapidPrivateKey);
+    if (!key) {
+      throw std::invalid_argument(
+          "orvanta-sandbox: the VAPID private key is not a P-256 private key (32 bytes, URL-safe "
+          "base64)");
+    }
+    return *key;
+  }
   ~Impl() { stop(); }
 
   void listen() {
@@ -581,6 +597,9 @@ class Sandbox::Impl {
       answer.changeStream = true;
       return answer;
     }
+    if (path == "vapid" && method == "GET") {
+      return ok({{"publicKey", vapid_.publicKey()}});
+    }
     if (path == "state" && method == "GET") {
       const auto newest = countArgument(connection, "newest", Sandbox::kAll);
       return newest ? ok(stateJson(*newest)) : badCount();
@@ -970,9 +989,8 @@ class Sandbox::Impl {
     json payload = push.contains("data") && push["data"].is_object() ? push : json{{"data", push}};
     setLastPush(deviceToken, std::move(push));
     Delivery delivery;
-    if (auto endpoint = endpointFromToken(deviceToken)) {
-      delivery = postToEndpoint(*endpoint, payload.dump(), kDeliveryTimeoutMs,
-                                [this] { return isStopping(); });
+    if (auto subscription = webpush::subscriptionFromToken(deviceToken)) {
+      delivery = deliver(*subscription, payload.dump());
     } else {
       delivery.detail =
           "the device's token is not a push endpoint address (the device gets its pushes by "
@@ -983,6 +1001,42 @@ class Sandbox::Impl {
       sent_.push_back(SentPush{deviceToken, std::move(pushId), Clock::now(), delivery});
     }
     notifyChange();
+    return delivery;
+  }
+
+  // The push to a device's endpoint as an application server sends it: encrypted to the keys
+  // of its token (in clear to a token of an earlier kit, which carries none), signed with the
+  // sandbox's VAPID key.
+  Delivery deliver(const webpush::Subscription& subscription, const std::string& payload) {
+    // Push endpoints of the web-push family want to know how long a push may wait for the device.
+    std::vector<std::string> headers = {"TTL: 86400"};
+    std::string body;
+    if (subscription.encrypted()) {
+      auto sealed = webpush::encrypt(payload, *subscription.publicKey, *subscription.authSecret);
+      if (!sealed) {
+        Delivery failed;
+        failed.outcome = Delivery::Outcome::failed;
+        failed.detail = "the push could not be encrypted to the device's key";
+        return failed;
+      }
+      body = std::move(*sealed);
+      headers.emplace_back("Content-Type: application/octet-stream");
+      headers.emplace_back("Content-Encoding: aes128gcm");
+    } else {
+      body = payload;
+      headers.emplace_back("Content-Type: application/json");
+    }
+    const std::string authorization = vapid_.authorization(subscription.endpoint, kVapidSubject,
+                                                           std::chrono::system_clock::now());
+    if (!authorization.empty()) {
+      headers.push_back("Authorization: " + authorization);
+    }
+    Delivery delivery = postToEndpoint(subscription.endpoint, body, headers, kDeliveryTimeoutMs,
+                                       [this] { return isStopping(); });
+    delivery.encrypted = subscription.encrypted();
+    delivery.detail += subscription.encrypted()
+                           ? " (encrypted to the device's key, signed with the sandbox's VAPID key)"
+                           : " (in clear: the device's token carries no keys)";
     return delivery;
   }
 
@@ -1059,7 +1113,15 @@ class Sandbox::Impl {
     std::lock_guard lock(mutex_);
     json devices = json::array();
     for (const auto& device : devices_) {
-      devices.push_back(toJson(device));
+      json shown = toJson(device);
+      // Whether pushes can reach the device encrypted: its token carries keys.
+      const auto subscription = device.registrationId
+                                    ? webpush::subscriptionFromToken(*device.registrationId)
+                                    : std::nullopt;
+      shown["push_delivery"] = !subscription               ? "none"
+                               : subscription->encrypted() ? "encrypted"
+                                                           : "plain";
+      devices.push_back(std::move(shown));
     }
     json inFlight = json::object();
     json faults = json::object();
@@ -1148,6 +1210,7 @@ class Sandbox::Impl {
   }
 
   Options options_;
+  const webpush::VapidKey vapid_;
   std::uint16_t port_ = 0;
 
   std::mutex daemonMutex_;
@@ -1207,6 +1270,10 @@ std::string Sandbox::baseUrl() const {
 std::string Sandbox::consoleUrl() const {
   return "http://127.0.0.1:" + std::to_string(impl_->port_) + std::string(kControlPrefix);
 }
+const std::string& Sandbox::vapidPublicKey() const {
+  return impl_->vapid_.publicKey();
+}
+
 const Credentials& Sandbox::credentials() const {
   return impl_->options_.credentials;
 }

@@ -10,7 +10,11 @@
 // org.unifiedpush.Distributor1 and org.unifiedpush.Distributor2 at /org/unifiedpush/Distributor.
 // Endpoints are http://127.0.0.1:<port>/up/<id>, served by the distributor itself. Registrations
 // live as long as the distributor. A program registers (and unregisters) only under a bus name it
-// owns; a request from a web page (with "Origin") is refused. Every member may be called from any
+// owns; a request from a web page (with "Origin") is refused. An application that registered its
+// server's VAPID key ("vapid", through Distributor2) gets only the POSTs signed with it
+// ("Authorization: vapid t=<JWT>, k=<key>", RFC 8292): an unsigned one is answered 401, one signed
+// with another key, wrongly, for another origin or with an expired token 403. Message bodies are
+// forwarded as they came (encrypted pushes stay encrypted). Every member may be called from any
 // thread.
 
 #include <chrono>

@@ -91,7 +91,8 @@ struct Event {
 struct Delivery {
   enum class Outcome { notAvailable, delivered, failed };
   Outcome outcome = Outcome::notAvailable;
-  std::string detail;  // for people: why not, or what the device's endpoint answered
+  std::string detail;      // for people: why not, or what the device's endpoint answered
+  bool encrypted = false;  // sent encrypted to the keys of the device's token
 };
 std::string_view deliveryOutcomeName(Delivery::Outcome outcome);  // "not_available"...
 

@@ -32,6 +32,10 @@ struct Options {
   std::size_t requestLogLimit = 200000;
   // Called after each service request was answered, on the connection's thread.
   std::function<void(const RecordedRequest&, const std::string& reason)> onRequest{};
+  // The private key (32 bytes, URL-safe base64) of the VAPID key pair that signs every push the
+  // sandbox POSTs to a device's endpoint; empty: a new pair for this run. Throws
+  // std::invalid_argument from start() when it is not one.
+  std::string vapidPrivateKey{};
 };
 
 class Sandbox {
@@ -54,6 +58,10 @@ class Sandbox {
   // sandbox.
   std::string consoleUrl() const;
   const Credentials& credentials() const;
+  // The public half of the sandbox's VAPID key (the uncompressed P-256 point in URL-safe base64):
+  // what an application gives the kit (LinuxPlatformOptions::vapidPublicKey) so that its
+  // distributor takes the sandbox's pushes. Also served at GET /_sandbox/vapid.
+  const std::string& vapidPublicKey() const;
 
   // What was received and kept.
   std::vector<RecordedRequest> requests() const;
