@@ -138,6 +138,26 @@ ORVANTA_C_API orvanta_status
 orvanta_platform_options_add_language(orvanta_platform_options* options, const char* language);
 ORVANTA_C_API orvanta_status orvanta_platform_options_set_event_durability(
     orvanta_platform_options* options, orvanta_durability durability);
+/* The service's VAPID public key (the uncompressed P-256 point in URL-safe base64, as the service
+ * publishes it), handed to the push distributor with the registration so that its push server
+ * takes only pushes the service signed; default (NULL): none. */
+ORVANTA_C_API orvanta_status
+orvanta_platform_options_set_vapid_public_key(orvanta_platform_options* options, const char* key);
+/* Whether push messages in clear are taken besides encrypted ones, for distributors that cannot
+ * carry binary messages; default: false (a message in clear is dropped with one line). Anyone who
+ * can reach the endpoint can then show the user a push: keep it off unless such a distributor
+ * must be supported. */
+ORVANTA_C_API orvanta_status orvanta_platform_options_set_accept_plain_push_messages(
+    orvanta_platform_options* options, bool accept);
+/* The application's desktop entry (its file name without ".desktop"), named in each notification
+ * so that desktops grouping notifications by application show its name and icon; NULL: the
+ * application id (the default); "": not named. */
+ORVANTA_C_API orvanta_status orvanta_platform_options_set_desktop_entry(
+    orvanta_platform_options* options, const char* desktop_entry);
+/* Whether notifications stay on screen after their body or a button was handled; default: false
+ * (a handled notification is closed). */
+ORVANTA_C_API orvanta_status orvanta_platform_options_set_resident_notifications(
+    orvanta_platform_options* options, bool resident);
 
 /* Installs the Linux platform built from `options` (NULL: every default) for the whole process.
  * Call it once, before any other call into the kit but the options' own: the kit's first use

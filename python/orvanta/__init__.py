@@ -82,6 +82,10 @@ def install_platform(
     push_distributor: Optional[str] = None,
     languages: Iterable[str] = (),
     full_durability: bool = False,
+    vapid_public_key: Optional[str] = None,
+    accept_plain_push_messages: bool = False,
+    desktop_entry: Optional[str] = None,
+    resident_notifications: bool = False,
 ) -> None:
     """Installs the Linux platform for the whole process. First, before any other call into the
     kit: its first use binds the platform in force, and a later call raises `OrvantaError` with
@@ -96,6 +100,10 @@ def install_platform(
     push_distributor         the distributor when the user named none
     languages                of the kit's texts, most wanted first (default: the user's)
     full_durability          sync the disk at every tracked event (survives a power cut)
+    vapid_public_key         the service's VAPID key, so that only its pushes reach the endpoint
+    accept_plain_push_messages  take pushes in clear too (default off: only encrypted ones)
+    desktop_entry            named in notifications (default: the application id; "": none)
+    resident_notifications   notifications stay on screen once handled (default: closed)
     """
     library = lib()
     options = library.orvanta_platform_options_new()
@@ -114,6 +122,8 @@ def install_platform(
             ),
             ("orvanta_platform_options_set_application_id", application_id, "application_id"),
             ("orvanta_platform_options_set_push_distributor", push_distributor, "push_distributor"),
+            ("orvanta_platform_options_set_vapid_public_key", vapid_public_key, "vapid_public_key"),
+            ("orvanta_platform_options_set_desktop_entry", desktop_entry, "desktop_entry"),
         ):
             if value is not None:
                 check(getattr(library, setter)(options, text(str(value), what)))
@@ -124,6 +134,16 @@ def install_platform(
             check(library.orvanta_platform_options_add_language(options, language_text))
         durability = 1 if full_durability else 0
         check(library.orvanta_platform_options_set_event_durability(options, durability))
+        check(
+            library.orvanta_platform_options_set_accept_plain_push_messages(
+                options, bool(accept_plain_push_messages)
+            )
+        )
+        check(
+            library.orvanta_platform_options_set_resident_notifications(
+                options, bool(resident_notifications)
+            )
+        )
         check(library.orvanta_install_linux_platform(options))
     finally:
         library.orvanta_platform_options_free(options)

@@ -153,6 +153,34 @@ orvanta_status orvanta_platform_options_set_push_distributor(orvanta_platform_op
   });
 }
 
+orvanta_status orvanta_platform_options_set_vapid_public_key(orvanta_platform_options* options,
+                                                             const char* key) {
+  return guarded(__func__, [&] {
+    orvanta::c_api::options(options).options.vapidPublicKey =
+        orvanta::c_api::optionalName(key, "key").value_or("");
+  });
+}
+
+orvanta_status orvanta_platform_options_set_accept_plain_push_messages(
+    orvanta_platform_options* options, bool accept) {
+  return guarded(
+      __func__, [&] { orvanta::c_api::options(options).options.acceptPlainPushMessages = accept; });
+}
+
+orvanta_status orvanta_platform_options_set_desktop_entry(orvanta_platform_options* options,
+                                                          const char* desktop_entry) {
+  return guarded(__func__, [&] {
+    orvanta::c_api::options(options).options.desktopEntry =
+        orvanta::c_api::optionalName(desktop_entry, "desktop_entry");
+  });
+}
+
+orvanta_status orvanta_platform_options_set_resident_notifications(
+    orvanta_platform_options* options, bool resident) {
+  return guarded(
+      __func__, [&] { orvanta::c_api::options(options).options.residentNotifications = resident; });
+}
+
 orvanta_status orvanta_platform_options_add_language(orvanta_platform_options* options,
                                                      const char* language) {
   return guarded(__func__, [&] {

@@ -175,6 +175,10 @@ static void start(test_sandbox* sandbox) {
   CHECK_STATUS(orvanta_platform_options_add_language(options, "de"), ORVANTA_OK);
   CHECK_STATUS(orvanta_platform_options_set_event_durability(options, (orvanta_durability)7),
                ORVANTA_ERROR_INVALID_ARGUMENT);
+  CHECK_STATUS(orvanta_platform_options_set_desktop_entry(options, "c-api-test"), ORVANTA_OK);
+  CHECK_STATUS(orvanta_platform_options_set_resident_notifications(options, false), ORVANTA_OK);
+  CHECK_STATUS(orvanta_platform_options_set_accept_plain_push_messages(options, false), ORVANTA_OK);
+  CHECK_STATUS(orvanta_platform_options_set_vapid_public_key(options, NULL), ORVANTA_OK);
   CHECK_STATUS(orvanta_install_linux_platform(options), ORVANTA_OK);
   orvanta_platform_options_free(options);
 
