@@ -24,16 +24,10 @@ if(MODE STREQUAL "find_package")
   run(${CMAKE_COMMAND} -S ${PACKAGE_DIR}/consumer -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
       -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
 elseif(MODE STREQUAL "static")
-  # The kit as a static library with the GIO adapters (its own build, the library alone),
-  # configured for one prefix, installed into another and then moved: the host finds every
-  # dependency in what was installed, wherever it lies.
-  run(${CMAKE_COMMAND} -S ${KIT_SOURCE_DIR} -B ${WORK_DIR}/kit -G ${CMAKE_GENERATOR}
-      -DCMAKE_BUILD_TYPE=${KIT_BUILD_TYPE} -DORVANTA_WERROR=${KIT_WERROR}
-      -DORVANTA_BUILD_SHARED=OFF -DORVANTA_BUILD_TESTS=OFF -DORVANTA_BUILD_EXAMPLES=OFF
-      -DORVANTA_BUILD_TOOLS=OFF -DORVANTA_WITH_GTK=OFF -DORVANTA_WITH_OBJC=OFF
-      -DCMAKE_INSTALL_PREFIX=${WORK_DIR}/configured-prefix)
-  run(${CMAKE_COMMAND} --build ${WORK_DIR}/kit -j 2 --target orvanta)
-  run(${CMAKE_COMMAND} --install ${WORK_DIR}/kit --prefix ${WORK_DIR}/installed)
+  # The static kit with its GIO adapters that the add_subdirectory host built (one build of the kit
+  # serves both), configured for one prefix, installed into another and then moved: the host finds
+  # every dependency in what was installed, wherever it lies.
+  run(${CMAKE_COMMAND} --install ${SUBDIRECTORY_BUILD_DIR} --prefix ${WORK_DIR}/installed)
   file(RENAME ${WORK_DIR}/installed ${WORK_DIR}/prefix)
   file(GLOB_RECURSE targets_files ${WORK_DIR}/prefix/*/OrvantaTargets.cmake)
   file(READ "${targets_files}" targets)
@@ -56,8 +50,14 @@ elseif(MODE STREQUAL "static")
       -o ${WORK_DIR}/pkg-config-host)
   list(APPEND hosts ${WORK_DIR}/pkg-config-host)
 else()
+  # The kit pulled into the host's own build, as a static library with the GIO adapters and its
+  # install rules (the library alone: no tests, tools or other adapters), for one prefix. Built
+  # without optimisation: what is tested here is how the kit is packaged, not how fast it runs.
   run(${CMAKE_COMMAND} -S ${PACKAGE_DIR}/subdirectory -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
-      -DORVANTA_SOURCE_DIR=${KIT_SOURCE_DIR})
+      -DORVANTA_SOURCE_DIR=${KIT_SOURCE_DIR} -DCMAKE_BUILD_TYPE=Debug
+      -DORVANTA_WERROR=${KIT_WERROR} -DORVANTA_PCH=ON -DORVANTA_BUILD_SHARED=OFF
+      -DORVANTA_INSTALL=ON -DORVANTA_WITH_GTK=OFF -DORVANTA_WITH_OBJC=OFF
+      -DCMAKE_INSTALL_PREFIX=${WORK_DIR}/configured-prefix)
 endif()
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build -j 2)
 
