@@ -22,6 +22,9 @@
 namespace orvanta::detail {
 namespace {
 
+/// How long a statement waits for another connection's lock before it fails as busy.
+constexpr int kBusyTimeoutMilliseconds = 5000;
+
 Error sqliteError(sqlite3* connection, int code) {
   const char* message = connection != nullptr ? sqlite3_errmsg(connection) : sqlite3_errstr(code);
   return Error(Error::Domain::database, code, message != nullptr ? message : "unknown error");
@@ -192,6 +195,9 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
   bool tableMade = false;
   /// A statement met a damaged file: it is opened again (and checked) at the next call.
   bool damaged = false;
+  /// The next opening checks every page of the file (SQLite's quick check) rather than reading
+  /// the schema alone: a statement met damage, or the write-ahead log was found damaged.
+  bool checkEveryPage = false;
   bool walChecked = false;
   bool openFailureSaid = false;
   bool creationFailureSaid = false;
@@ -227,6 +233,7 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
   /// been done yet or failed before. Throws what still fails.
   sqlite3* ready() {
     if (connection && damaged && sqlite3_get_autocommit(connection.get()) != 0) {
+      checkEveryPage = true;
       close();  // opened again below: the check at opening keeps the damaged file aside
     }
     if (!connection) {
@@ -281,14 +288,15 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
       }
       if (!walChecked) {
         walChecked = true;
-        reportWalDamage();
+        checkEveryPage = reportWalDamage() || checkEveryPage;
       }
     }
     connect();
     tableMade = false;
     damaged = false;
     ++generation;
-    std::optional<std::string> problem = isFile() ? integrityProblem() : std::nullopt;
+    std::optional<std::string> problem =
+        isFile() ? integrityProblem(std::exchange(checkEveryPage, false)) : std::nullopt;
     std::string kept;
     if (problem) {
       close();
@@ -351,7 +359,7 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
       connection.reset();
       throw Error(Error::Domain::database, code, reason);
     }
-    sqlite3_busy_timeout(raw, 5000);
+    sqlite3_busy_timeout(raw, kBusyTimeoutMilliseconds);
   }
 
   /// Statements first: closing a connection with live statements would keep it open.
@@ -394,10 +402,18 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
     creationFailureSaid = false;
   }
 
-  /// Why the open file is not a sound database (SQLite's quick check); none when it is. Throws
-  /// failures that say nothing of the file (busy, out of memory).
-  std::optional<std::string> integrityProblem() {
+  /// Why the open file is not a sound database; none when it is. A launch reads the schema, which
+  /// finds a file that is no database or has lost its schema; every page is checked (SQLite's
+  /// quick check, a quarter of a millisecond even on a small file) only when there is a reason
+  /// to: damage met by a statement is found when it is met, and the file is then opened again
+  /// and checked whole. Throws failures that say nothing of the file (busy, out of memory).
+  std::optional<std::string> integrityProblem(bool everyPage) {
     try {
+      if (!everyPage) {
+        Statement schema(connection.get(), "SELECT count(*) FROM sqlite_master");
+        schema.step();
+        return std::nullopt;
+      }
       Statement check(connection.get(), "PRAGMA quick_check(1)");
       if (check.step() != SQLITE_ROW) {
         return "no answer to the quick check";
@@ -463,14 +479,15 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
     return copied;
   }
 
-  /// One warning when SQLite is about to drop part of the write-ahead log silently.
-  void reportWalDamage() {
+  /// One warning when SQLite is about to drop part of the write-ahead log silently. Whether it is
+  /// damaged.
+  bool reportWalDamage() {
     constexpr std::size_t kMaxCheckedBytes = std::size_t{64} << 20;
     const std::string wal = location + "-wal";
     std::error_code error;
     const auto size = std::filesystem::file_size(wal, error);
     if (error || size == 0 || size > kMaxCheckedBytes) {
-      return;
+      return false;
     }
     std::string bytes(static_cast<std::size_t>(size), '\0');
     std::ifstream file(wal, std::ios::binary);
@@ -479,7 +496,9 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
     if (auto damage = walDamage(bytes)) {
       OrvantaLogger::warning("The write-ahead log " + wal + " is damaged (" + *damage +
                              "): the database is opened as it was before it");
+      return true;
     }
+    return false;
   }
 
   /// The current row of `selectAll` (column 0 is the row id).
@@ -533,6 +552,43 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
       return -1;
     }
     return sqlite3_column_int64(dataVersion->get(), 0);
+  }
+
+  /// A checkpoint that also empties the log when no other connection reads it, then begins the
+  /// log anew with one small commit (the schema cookie's page, its value unchanged). The process
+  /// ends without closing the database, so what the log holds is what the next launch reads
+  /// before its first event: SQLite's recovery and the damage check then read one page, not the
+  /// up to 256 KiB a busy log reaches. And the new log's header is synced here, on the thread
+  /// that checkpoints, rather than by the next launch's first commit.
+  void checkpointAndBeginLog() {
+    sqlite3* db = ready();
+    guarded([&] {
+      if (!checkpoint) {
+        checkpoint = std::make_unique<Statement>(db, "PRAGMA wal_checkpoint(TRUNCATE)");
+      }
+      // Without waiting for other connections' readers: then it is a passive checkpoint.
+      sqlite3_busy_timeout(db, 0);
+      std::int64_t busy = 1;
+      std::int64_t frames = -1;
+      try {
+        ResetGuard guard(*checkpoint);
+        if (checkpoint->step() == SQLITE_ROW) {
+          busy = sqlite3_column_int64(checkpoint->get(), 0);
+          frames = sqlite3_column_int64(checkpoint->get(), 1);
+        }
+      } catch (...) {
+        sqlite3_busy_timeout(db, kBusyTimeoutMilliseconds);
+        throw;
+      }
+      sqlite3_busy_timeout(db, kBusyTimeoutMilliseconds);
+      if (busy != 0 || frames != 0 || !isFile()) {
+        return;  // not in WAL mode, or the log could not be emptied: it stays as it is
+      }
+      Statement read(db, "PRAGMA user_version");
+      const std::int64_t version =
+          read.step() == SQLITE_ROW ? sqlite3_column_int64(read.get(), 0) : 0;
+      execute(db, "PRAGMA user_version=" + std::to_string(version));
+    });
   }
 
   void run(std::unique_ptr<Statement>& statement, const char* sql) {
@@ -716,7 +772,7 @@ void SqliteTable::rollback() {
 }
 
 void SqliteTable::checkpoint() {
-  impl_->run(impl_->checkpoint, "PRAGMA wal_checkpoint(PASSIVE)");
+  impl_->checkpointAndBeginLog();
 }
 
 std::uint64_t SqliteTable::generation() const {

@@ -264,7 +264,8 @@ class SqliteTable {
   void commit();
   void rollback();
 
-  /// PRAGMA wal_checkpoint(PASSIVE): the log synced, copied into the file, the file synced.
+  /// The log synced, copied into the file, the file synced; the log then emptied and begun anew
+  /// when no other connection reads it (a launch after this one recovers a short log).
   void checkpoint();
 
   /// How many damaged files are kept beside the database.

@@ -219,6 +219,32 @@ TEST_F(DatabaseTest, SeesRowsWrittenAndDeletedThroughAnotherConnection) {
   EXPECT_THAT(names(second->allRows()), ::testing::ElementsAre("three"));
 }
 
+// The process ends without closing the file, so the next launch recovers whatever log is left: a
+// checkpoint leaves one page of it. Another connection's reader is not waited for: the log stays
+// whole until a later checkpoint finds no reader.
+TEST_F(DatabaseTest, ACheckpointLeavesALogOfOnePageUnlessAnotherConnectionReadsIt) {
+  auto db = open();
+  const std::string padding(500, 'p');
+  for (int i = 0; i < 100; ++i) {
+    add(*db, makeEvent("e" + std::to_string(i), {{"pad", padding}}));
+  }
+  const std::string wal = path() + "-wal";
+  const auto logged = std::filesystem::file_size(wal);
+  ASSERT_GT(logged, 100u * 500u);
+
+  RawConnection reader(path());
+  reader.exec("BEGIN; SELECT count(*) FROM orvantaevent;");
+  db->checkpoint();
+  EXPECT_GE(std::filesystem::file_size(wal), logged);
+  reader.exec("COMMIT");
+
+  db->checkpoint();
+  const std::uintmax_t oneFrame = 32 + 24 + 4096;
+  EXPECT_LE(std::filesystem::file_size(wal), oneFrame);
+  add(*db, makeEvent("after"));
+  EXPECT_EQ(open()->allRows().size(), 101u);
+}
+
 // Rows written by something else than this version of the kit: text that is not UTF-8, maps in
 // another JSON layout. Each reads back, repaired, and can be written (posted) again.
 TEST_F(DatabaseTest, RowsWrittenElsewhereReadBackAndStayWritable) {
