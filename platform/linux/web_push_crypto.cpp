@@ -1,5 +1,7 @@
 #include "linux/web_push_crypto.hpp"
 
+#include "linux/crypto_library.hpp"
+
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>
@@ -24,18 +26,32 @@ constexpr std::size_t kTagBytes = 16;
 constexpr std::uint32_t kMinimumRecordSize = 18;
 constexpr std::uint8_t kLastRecordDelimiter = 0x02;
 
-template <typename T, void (*Free)(T*)>
+/// libcrypto, once `loaded()` said it is there.
+const CryptoLibrary& ssl() {
+  std::string why;
+  return *CryptoLibrary::load(why);
+}
+
+/// Whether libcrypto could be loaded; the reason in `why` when not.
+bool loaded(std::string& why) {
+  return CryptoLibrary::load(why) != nullptr;
+}
+
+template <typename T, auto Free>
 struct Deleter {
-  void operator()(T* pointer) const { Free(pointer); }
+  void operator()(T* pointer) const { (ssl().*Free)(pointer); }
 };
-using PkeyContext = std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX, EVP_PKEY_CTX_free>>;
-using Pkey = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY, EVP_PKEY_free>>;
-using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Deleter<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>>;
-using Bignum = std::unique_ptr<BIGNUM, Deleter<BIGNUM, BN_clear_free>>;
-using Group = std::unique_ptr<EC_GROUP, Deleter<EC_GROUP, EC_GROUP_free>>;
-using Point = std::unique_ptr<EC_POINT, Deleter<EC_POINT, EC_POINT_free>>;
-using ParamBuilder = std::unique_ptr<OSSL_PARAM_BLD, Deleter<OSSL_PARAM_BLD, OSSL_PARAM_BLD_free>>;
-using Params = std::unique_ptr<OSSL_PARAM, Deleter<OSSL_PARAM, OSSL_PARAM_free>>;
+using PkeyContext =
+    std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX, &CryptoLibrary::EVP_PKEY_CTX_free>>;
+using Pkey = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY, &CryptoLibrary::EVP_PKEY_free>>;
+using CipherContext =
+    std::unique_ptr<EVP_CIPHER_CTX, Deleter<EVP_CIPHER_CTX, &CryptoLibrary::EVP_CIPHER_CTX_free>>;
+using Bignum = std::unique_ptr<BIGNUM, Deleter<BIGNUM, &CryptoLibrary::BN_clear_free>>;
+using Group = std::unique_ptr<EC_GROUP, Deleter<EC_GROUP, &CryptoLibrary::EC_GROUP_free>>;
+using Point = std::unique_ptr<EC_POINT, Deleter<EC_POINT, &CryptoLibrary::EC_POINT_free>>;
+using ParamBuilder =
+    std::unique_ptr<OSSL_PARAM_BLD, Deleter<OSSL_PARAM_BLD, &CryptoLibrary::OSSL_PARAM_BLD_free>>;
+using Params = std::unique_ptr<OSSL_PARAM, Deleter<OSSL_PARAM, &CryptoLibrary::OSSL_PARAM_free>>;
 
 const unsigned char* bytesOf(std::string_view text) {
   return reinterpret_cast<const unsigned char*>(text.data());
@@ -43,22 +59,23 @@ const unsigned char* bytesOf(std::string_view text) {
 
 // A P-256 key from OpenSSL parameters: a public point (65 bytes) and, for a key pair, the scalar.
 Pkey keyFrom(std::string_view publicKey, const BIGNUM* privateKey) {
-  ParamBuilder builder(OSSL_PARAM_BLD_new());
+  ParamBuilder builder(ssl().OSSL_PARAM_BLD_new());
   if (!builder ||
-      OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME, kCurve, 0) != 1 ||
-      OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, publicKey.data(),
-                                       publicKey.size()) != 1 ||
+      ssl().OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME, kCurve, 0) !=
+          1 ||
+      ssl().OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY,
+                                             publicKey.data(), publicKey.size()) != 1 ||
       (privateKey != nullptr &&
-       OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, privateKey) != 1)) {
+       ssl().OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, privateKey) != 1)) {
     return nullptr;
   }
-  Params params(OSSL_PARAM_BLD_to_param(builder.get()));
-  PkeyContext context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
+  Params params(ssl().OSSL_PARAM_BLD_to_param(builder.get()));
+  PkeyContext context(ssl().EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
   EVP_PKEY* key = nullptr;
-  if (!params || !context || EVP_PKEY_fromdata_init(context.get()) != 1 ||
-      EVP_PKEY_fromdata(context.get(), &key,
-                        privateKey != nullptr ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY,
-                        params.get()) != 1) {
+  if (!params || !context || ssl().EVP_PKEY_fromdata_init(context.get()) != 1 ||
+      ssl().EVP_PKEY_fromdata(context.get(), &key,
+                              privateKey != nullptr ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY,
+                              params.get()) != 1) {
     return nullptr;
   }
   return Pkey(key);
@@ -69,8 +86,8 @@ using Block = std::array<unsigned char, 32>;
 
 bool extract(std::string_view salt, std::string_view input, Block& prk) {
   unsigned int length = 0;
-  return HMAC(EVP_sha256(), salt.data(), static_cast<int>(salt.size()), bytesOf(input),
-              input.size(), prk.data(), &length) != nullptr &&
+  return ssl().HMAC(ssl().EVP_sha256(), salt.data(), static_cast<int>(salt.size()), bytesOf(input),
+                    input.size(), prk.data(), &length) != nullptr &&
          length == prk.size();
 }
 
@@ -83,12 +100,12 @@ bool expand(const Block& prk, std::string_view info, unsigned char* out, std::si
   message[info.size()] = 0x01;
   Block block{};
   unsigned int produced = 0;
-  if (HMAC(EVP_sha256(), prk.data(), static_cast<int>(prk.size()), message.data(), info.size() + 1,
-           block.data(), &produced) == nullptr) {
+  if (ssl().HMAC(ssl().EVP_sha256(), prk.data(), static_cast<int>(prk.size()), message.data(),
+                 info.size() + 1, block.data(), &produced) == nullptr) {
     return false;
   }
   std::memcpy(out, block.data(), length);
-  OPENSSL_cleanse(block.data(), block.size());
+  ssl().OPENSSL_cleanse(block.data(), block.size());
   return true;
 }
 
@@ -173,46 +190,49 @@ std::optional<std::string> base64UrlDecode(std::string_view text) {
 }
 
 std::optional<WebPushKeys> WebPushKeys::generate() {
-  std::string secret(kWebPushAuthSecretBytes, '\0');
-  if (RAND_bytes(reinterpret_cast<unsigned char*>(secret.data()),
-                 static_cast<int>(secret.size())) != 1) {
+  if (std::string why; !loaded(why)) {
     return std::nullopt;
   }
-  Pkey key(EVP_EC_gen(kCurve));
+  std::string secret(kWebPushAuthSecretBytes, '\0');
+  if (ssl().RAND_bytes(reinterpret_cast<unsigned char*>(secret.data()),
+                       static_cast<int>(secret.size())) != 1) {
+    return std::nullopt;
+  }
+  Pkey key(ssl().EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", kCurve));
   BIGNUM* scalar = nullptr;
-  if (!key || EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_PRIV_KEY, &scalar) != 1) {
+  if (!key || ssl().EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_PRIV_KEY, &scalar) != 1) {
     return std::nullopt;
   }
   Bignum owned(scalar);
   std::string privateKey(kWebPushPrivateKeyBytes, '\0');
-  if (BN_bn2binpad(owned.get(), reinterpret_cast<unsigned char*>(privateKey.data()),
-                   static_cast<int>(privateKey.size())) < 0) {
+  if (ssl().BN_bn2binpad(owned.get(), reinterpret_cast<unsigned char*>(privateKey.data()),
+                         static_cast<int>(privateKey.size())) < 0) {
     return std::nullopt;
   }
   auto keys = fromSecrets(privateKey, secret);
-  OPENSSL_cleanse(privateKey.data(), privateKey.size());
+  ssl().OPENSSL_cleanse(privateKey.data(), privateKey.size());
   return keys;
 }
 
 std::optional<WebPushKeys> WebPushKeys::fromSecrets(std::string_view privateKey,
                                                     std::string_view authSecret) {
-  if (privateKey.size() != kWebPushPrivateKeyBytes ||
-      authSecret.size() != kWebPushAuthSecretBytes) {
+  if (std::string why; !loaded(why) || privateKey.size() != kWebPushPrivateKeyBytes ||
+                       authSecret.size() != kWebPushAuthSecretBytes) {
     return std::nullopt;
   }
-  Group group(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
-  Bignum scalar(BN_bin2bn(bytesOf(privateKey), static_cast<int>(privateKey.size()), nullptr));
-  if (!group || !scalar || BN_is_zero(scalar.get()) ||
-      BN_cmp(scalar.get(), EC_GROUP_get0_order(group.get())) >= 0) {
+  Group group(ssl().EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
+  Bignum scalar(ssl().BN_bin2bn(bytesOf(privateKey), static_cast<int>(privateKey.size()), nullptr));
+  if (!group || !scalar || ssl().BN_is_zero(scalar.get()) ||
+      ssl().BN_cmp(scalar.get(), ssl().EC_GROUP_get0_order(group.get())) >= 0) {
     return std::nullopt;
   }
-  Point point(EC_POINT_new(group.get()));
+  Point point(ssl().EC_POINT_new(group.get()));
   std::string publicKey(kWebPushPublicKeyBytes, '\0');
   if (!point ||
-      EC_POINT_mul(group.get(), point.get(), scalar.get(), nullptr, nullptr, nullptr) != 1 ||
-      EC_POINT_point2oct(group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED,
-                         reinterpret_cast<unsigned char*>(publicKey.data()), publicKey.size(),
-                         nullptr) != publicKey.size()) {
+      ssl().EC_POINT_mul(group.get(), point.get(), scalar.get(), nullptr, nullptr, nullptr) != 1 ||
+      ssl().EC_POINT_point2oct(group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED,
+                               reinterpret_cast<unsigned char*>(publicKey.data()), publicKey.size(),
+                               nullptr) != publicKey.size()) {
     return std::nullopt;
   }
   Pkey key = keyFrom(publicKey, scalar.get());
@@ -220,7 +240,8 @@ std::optional<WebPushKeys> WebPushKeys::fromSecrets(std::string_view privateKey,
     return std::nullopt;
   }
   WebPushKeys keys;
-  keys.key_ = std::shared_ptr<EVP_PKEY>(key.release(), EVP_PKEY_free);
+  keys.key_ =
+      std::shared_ptr<EVP_PKEY>(key.release(), Deleter<EVP_PKEY, &CryptoLibrary::EVP_PKEY_free>());
   keys.publicKey_ = std::move(publicKey);
   keys.privateKey_ = std::string(privateKey);
   keys.authSecret_ = std::string(authSecret);
@@ -228,6 +249,9 @@ std::optional<WebPushKeys> WebPushKeys::fromSecrets(std::string_view privateKey,
 }
 
 WebPushDecryption WebPushKeys::decrypt(std::string_view message) const {
+  if (std::string why; !loaded(why)) {
+    return refused(why);
+  }
   // The header: salt (16), record size (4, big-endian), key id length (1), key id.
   if (message.size() < kHeaderBytes) {
     return refused("an encrypted message is at least " + std::to_string(kHeaderBytes) +
@@ -272,10 +296,10 @@ WebPushDecryption WebPushKeys::decrypt(std::string_view message) const {
   // ECDH with the sender's key, then HKDF as RFC 8291 §3.3 and §3.4 say.
   Block shared{};
   std::size_t sharedLength = shared.size();
-  PkeyContext derivation(EVP_PKEY_CTX_new_from_pkey(nullptr, key_.get(), nullptr));
-  if (!derivation || EVP_PKEY_derive_init(derivation.get()) != 1 ||
-      EVP_PKEY_derive_set_peer(derivation.get(), sender.get()) != 1 ||
-      EVP_PKEY_derive(derivation.get(), shared.data(), &sharedLength) != 1 ||
+  PkeyContext derivation(ssl().EVP_PKEY_CTX_new_from_pkey(nullptr, key_.get(), nullptr));
+  if (!derivation || ssl().EVP_PKEY_derive_init(derivation.get()) != 1 ||
+      ssl().EVP_PKEY_derive_set_peer(derivation.get(), sender.get()) != 1 ||
+      ssl().EVP_PKEY_derive(derivation.get(), shared.data(), &sharedLength) != 1 ||
       sharedLength != shared.size()) {
     return refused("no shared secret with the sender's key");
   }
@@ -293,10 +317,10 @@ WebPushDecryption WebPushKeys::decrypt(std::string_view message) const {
       expand(prk, std::string_view("Content-Encoding: aes128gcm\0", 28), contentKey.data(),
              contentKey.size()) &&
       expand(prk, std::string_view("Content-Encoding: nonce\0", 24), nonce.data(), nonce.size());
-  OPENSSL_cleanse(shared.data(), shared.size());
-  OPENSSL_cleanse(prkKey.data(), prkKey.size());
-  OPENSSL_cleanse(ikm.data(), ikm.size());
-  OPENSSL_cleanse(prk.data(), prk.size());
+  ssl().OPENSSL_cleanse(shared.data(), shared.size());
+  ssl().OPENSSL_cleanse(prkKey.data(), prkKey.size());
+  ssl().OPENSSL_cleanse(ikm.data(), ikm.size());
+  ssl().OPENSSL_cleanse(prk.data(), prk.size());
   if (!derived) {
     return refused("the content key could not be derived");
   }
@@ -304,21 +328,21 @@ WebPushDecryption WebPushKeys::decrypt(std::string_view message) const {
   // AES-128-GCM over the one record (sequence number 0: the nonce as derived).
   const std::size_t cipherLength = record.size() - kTagBytes;
   std::string plaintext(cipherLength, '\0');
-  CipherContext cipher(EVP_CIPHER_CTX_new());
+  CipherContext cipher(ssl().EVP_CIPHER_CTX_new());
   int written = 0;
   int finished = 0;
   const bool opened =
       cipher &&
-      EVP_DecryptInit_ex(cipher.get(), EVP_aes_128_gcm(), nullptr, contentKey.data(),
-                         nonce.data()) == 1 &&
-      EVP_DecryptUpdate(cipher.get(), reinterpret_cast<unsigned char*>(plaintext.data()), &written,
-                        bytesOf(record), static_cast<int>(cipherLength)) == 1 &&
-      EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_SET_TAG, static_cast<int>(kTagBytes),
-                          const_cast<char*>(record.data() + cipherLength)) == 1 &&
-      EVP_DecryptFinal_ex(cipher.get(),
-                          reinterpret_cast<unsigned char*>(plaintext.data()) + written,
-                          &finished) == 1;
-  OPENSSL_cleanse(contentKey.data(), contentKey.size());
+      ssl().EVP_DecryptInit_ex(cipher.get(), ssl().EVP_aes_128_gcm(), nullptr, contentKey.data(),
+                               nonce.data()) == 1 &&
+      ssl().EVP_DecryptUpdate(cipher.get(), reinterpret_cast<unsigned char*>(plaintext.data()),
+                              &written, bytesOf(record), static_cast<int>(cipherLength)) == 1 &&
+      ssl().EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_SET_TAG, static_cast<int>(kTagBytes),
+                                const_cast<char*>(record.data() + cipherLength)) == 1 &&
+      ssl().EVP_DecryptFinal_ex(cipher.get(),
+                                reinterpret_cast<unsigned char*>(plaintext.data()) + written,
+                                &finished) == 1;
+  ssl().OPENSSL_cleanse(contentKey.data(), contentKey.size());
   if (!opened) {
     return refused(
         "an encrypted message that does not authenticate (altered, or encrypted to other keys)");
