@@ -7,8 +7,9 @@
 // go to an orvanta-sandbox running as a separate process.
 //
 //   startup_bench [processes, default 10] [stored, default 1000]
-//   startup_bench --prepare FOLDER [stored]   an installation as an earlier launch left it, for
-//                                             one launch under a profiler: startup_host FOLDER URL
+//   startup_bench --prepare FOLDER [stored] [flushed]
+//                    an installation as an earlier launch left it (ended by a flush, when
+//                    "flushed" is given), for one launch under a profiler: startup_host FOLDER URL
 //
 // Prints the median and the worst of each figure per case, the goals beside them, and the load
 // average before and after.
@@ -98,10 +99,11 @@ void writeConfigurationFile(const std::string& folder) {
 
 /// An installation as an earlier launch left it (`--prepare`, in a process of its own): the
 /// logging switch off, a device record with a push token, ten events tracked and delivered, and
-/// `rows` events still stored. The process then ends as an application does, without closing the
-/// database, so that its write-ahead log is left as the kit leaves it. The host's options
-/// (startup_host.cpp) name the same folders.
-[[noreturn]] void earlierLaunch(const std::string& folder, int rows) {
+/// `rows` events still stored; when `flushed`, ended as `Orvanta::flush` or a move to the
+/// background ends (with a checkpoint). The process then ends as an application does, without
+/// closing the database, so that its write-ahead log is left as the kit leaves it. The host's
+/// options (startup_host.cpp) name the same folders.
+[[noreturn]] void earlierLaunch(const std::string& folder, int rows, bool flushed) {
   writeConfigurationFile(folder);
   std::filesystem::create_directories(folder + "/data");
   auto platform = makeLinuxPlatform({.applicationName = "startup_host",
@@ -128,6 +130,9 @@ void writeConfigurationFile(const std::string& folder) {
                                 ValueMap{{"sku", "A-" + std::to_string(i)}, {"qty", i}}));
     }
   });
+  if (flushed) {
+    database.checkpoint();
+  }
   std::_Exit(0);  // no destructor: the connection is left open, as at an application's exit
 }
 
@@ -213,7 +218,8 @@ void report(const std::string& title, const std::vector<Launch>& all) {
 
 int main(int argc, char** argv) {
   if (argc >= 3 && std::string(argv[1]) == "--prepare") {
-    earlierLaunch(argv[2], argc > 3 ? std::max(0, std::atoi(argv[3])) : 0);
+    earlierLaunch(argv[2], argc > 3 ? std::max(0, std::atoi(argv[3])) : 0,
+                  argc > 4 && std::string(argv[4]) == "flushed");
   }
   const int processes = argc > 1 ? std::max(1, std::atoi(argv[1])) : 10;
   const int stored = argc > 2 ? std::max(0, std::atoi(argv[2])) : 1000;
@@ -233,31 +239,45 @@ int main(int argc, char** argv) {
       "start-up of a host linked against the shared kit, %d fresh processes per case, service "
       "%s\nload average before: %s\n",
       processes, url.c_str(), loadAverage().c_str());
-  std::vector<Launch> empty, full, first;
+  // The earlier launch's arguments to --prepare (none: no earlier launch), and the case's title.
+  struct Case {
+    std::vector<std::string> earlier;
+    std::string title;
+    std::vector<Launch> launches;
+  };
+  std::vector<Case> cases = {
+      {{"0", "flushed"},
+       "later launch, empty event database, the earlier one ended by a flush",
+       {}},
+      {{"0"}, "later launch, empty event database, the earlier one ended without a flush", {}},
+      {{std::to_string(stored)},
+       "later launch, " + std::to_string(stored) + " stored events, no flush before",
+       {}},
+      {{}, "first launch (no files yet, no push token: the event is dropped)", {}}};
   bool prepared = true;
   for (int i = 0; i < processes; ++i) {
-    const std::string number = std::to_string(i);
-    const std::string emptyFolder = root + "/empty-" + number;
-    const std::string fullFolder = root + "/stored-" + number;
-    const std::string firstFolder = root + "/first-" + number;
-    prepared = prepared && succeeded(spawn({self, "--prepare", emptyFolder, "0"})) &&
-               succeeded(spawn({self, "--prepare", fullFolder, std::to_string(stored)}));
-    writeConfigurationFile(firstFolder);
-    empty.push_back(launch(emptyFolder, url));
-    full.push_back(launch(fullFolder, url));
-    first.push_back(launch(firstFolder, url));
+    for (std::size_t c = 0; c < cases.size(); ++c) {
+      const std::string folder = root + "/case-" + std::to_string(c) + "-" + std::to_string(i);
+      if (cases[c].earlier.empty()) {
+        writeConfigurationFile(folder);
+      } else {
+        std::vector<std::string> arguments = {self, "--prepare", folder};
+        arguments.insert(arguments.end(), cases[c].earlier.begin(), cases[c].earlier.end());
+        prepared = prepared && succeeded(spawn(arguments));
+      }
+      cases[c].launches.push_back(launch(folder, url));
+    }
   }
   if (!prepared) {
     std::fprintf(stderr, "could not prepare the installations\n");
   }
-  report("later launch, empty event database", empty);
-  report("later launch, " + std::to_string(stored) + " stored events", full);
-  report("first launch (no files yet, no push token: the event is dropped)", first);
+  bool allGood = prepared;
+  for (const auto& one : cases) {
+    report(one.title, one.launches);
+    allGood = allGood && std::all_of(one.launches.begin(), one.launches.end(),
+                                     [](const Launch& launch) { return launch.ok; });
+  }
   std::printf("load average after: %s\n", loadAverage().c_str());
   std::filesystem::remove_all(root);
-  const auto failed = [](const Launch& one) { return !one.ok; };
-  const bool allGood = prepared && std::none_of(empty.begin(), empty.end(), failed) &&
-                       std::none_of(full.begin(), full.end(), failed) &&
-                       std::none_of(first.begin(), first.end(), failed);
   return allGood ? 0 : 1;
 }
