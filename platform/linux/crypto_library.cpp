@@ -1,8 +1,6 @@
 #include "linux/crypto_library.hpp"
 
-#include <dlfcn.h>
-
-#include <type_traits>
+#include "linux/shared_library.hpp"
 
 namespace orvanta::linux_platform {
 namespace {
@@ -15,26 +13,12 @@ struct Loaded {
 
 Loaded loadLibrary() {
   Loaded loaded;
-  // Kept for the life of the process: libcrypto keeps state of its own that must not unload.
-  void* handle = ::dlopen(ORVANTA_LIBCRYPTO, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-  if (handle == nullptr) {
-    const char* error = ::dlerror();
-    loaded.why = std::string("libcrypto could not be loaded: ") +
-                 (error != nullptr ? error : ORVANTA_LIBCRYPTO);
-    return loaded;
-  }
-  bool complete = true;
-  const auto resolve = [&](auto& function, const char* name) {
-    function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(::dlsym(handle, name));
-    if (function == nullptr && complete) {
-      complete = false;
-      loaded.why = std::string(ORVANTA_LIBCRYPTO " has no ") + name + " (OpenSSL 3 is needed)";
-    }
-  };
-#define ORVANTA_CRYPTO_RESOLVE(name) resolve(loaded.library.name, #name);
+  SharedLibrary library(ORVANTA_LIBCRYPTO, "libcrypto", "OpenSSL 3 is needed");
+#define ORVANTA_CRYPTO_RESOLVE(name) library.resolve(loaded.library.name, #name);
   ORVANTA_CRYPTO_FUNCTIONS(ORVANTA_CRYPTO_RESOLVE)
 #undef ORVANTA_CRYPTO_RESOLVE
-  loaded.ok = complete;
+  loaded.ok = library.complete();
+  loaded.why = library.why();
   return loaded;
 }
 

@@ -1,6 +1,6 @@
 #include "linux/curl_library.hpp"
 
-#include <dlfcn.h>
+#include "linux/shared_library.hpp"
 
 namespace orvanta::linux_platform {
 namespace {
@@ -13,27 +13,12 @@ struct Loaded {
 
 Loaded loadLibrary() {
   Loaded loaded;
-  // Kept for the life of the process: libcurl and the TLS libraries under it do not unload.
-  void* handle = ::dlopen(ORVANTA_LIBCURL, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-  if (handle == nullptr) {
-    const char* error = ::dlerror();
-    loaded.why =
-        std::string("libcurl could not be loaded: ") + (error != nullptr ? error : ORVANTA_LIBCURL);
-    return loaded;
-  }
-  bool complete = true;
-  const auto resolve = [&](auto& function, const char* name) {
-    function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(::dlsym(handle, name));
-    if (function == nullptr && complete) {
-      complete = false;
-      loaded.why =
-          std::string(ORVANTA_LIBCURL " has no ") + name + " (libcurl 7.84 or later is needed)";
-    }
-  };
-#define ORVANTA_CURL_RESOLVE(name) resolve(loaded.library.name, "curl_" #name);
+  SharedLibrary library(ORVANTA_LIBCURL, "libcurl", "libcurl 7.84 or later is needed");
+#define ORVANTA_CURL_RESOLVE(name) library.resolve(loaded.library.name, "curl_" #name);
   ORVANTA_CURL_FUNCTIONS(ORVANTA_CURL_RESOLVE)
 #undef ORVANTA_CURL_RESOLVE
-  if (!complete) {
+  if (!library.complete()) {
+    loaded.why = library.why();
     return loaded;
   }
   if (const CURLcode code = loaded.library.global_init(CURL_GLOBAL_DEFAULT); code != CURLE_OK) {
