@@ -26,10 +26,14 @@ constexpr std::size_t kTagBytes = 16;
 constexpr std::uint32_t kMinimumRecordSize = 18;
 constexpr std::uint8_t kLastRecordDelimiter = 0x02;
 
-/// libcrypto, once `loaded()` said it is there.
+/// libcrypto, once `loaded()` said it is there (looked up once: a decryption makes some thirty
+/// calls through it).
 const CryptoLibrary& ssl() {
-  std::string why;
-  return *CryptoLibrary::load(why);
+  static const CryptoLibrary& library = []() -> const CryptoLibrary& {
+    std::string why;
+    return *CryptoLibrary::load(why);
+  }();
+  return library;
 }
 
 /// Whether libcrypto could be loaded; the reason in `why` when not.

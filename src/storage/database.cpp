@@ -566,21 +566,23 @@ struct SqliteTable::Impl : SqliteTable::RowReader {
       if (!checkpoint) {
         checkpoint = std::make_unique<Statement>(db, "PRAGMA wal_checkpoint(TRUNCATE)");
       }
-      // Without waiting for other connections' readers: then it is a passive checkpoint.
-      sqlite3_busy_timeout(db, 0);
       std::int64_t busy = 1;
       std::int64_t frames = -1;
-      try {
+      {
+        // Without waiting for other connections' readers: then it is a passive checkpoint.
+        struct NoWaiting {
+          sqlite3* db;
+          explicit NoWaiting(sqlite3* connection) : db(connection) { sqlite3_busy_timeout(db, 0); }
+          ~NoWaiting() { sqlite3_busy_timeout(db, kBusyTimeoutMilliseconds); }
+          NoWaiting(const NoWaiting&) = delete;
+          NoWaiting& operator=(const NoWaiting&) = delete;
+        } noWaiting(db);
         ResetGuard guard(*checkpoint);
         if (checkpoint->step() == SQLITE_ROW) {
           busy = sqlite3_column_int64(checkpoint->get(), 0);
           frames = sqlite3_column_int64(checkpoint->get(), 1);
         }
-      } catch (...) {
-        sqlite3_busy_timeout(db, kBusyTimeoutMilliseconds);
-        throw;
       }
-      sqlite3_busy_timeout(db, kBusyTimeoutMilliseconds);
       if (busy != 0 || frames != 0 || !isFile()) {
         return;  // not in WAL mode, or the log could not be emptied: it stays as it is
       }
