@@ -49,6 +49,7 @@
 #include <vector>
 
 #include "analytics/orvanta_analytics_impl.hpp"
+#include "core/file_snapshot.hpp"
 #include "entry/kit_context.hpp"
 #include "networking/events_end_point.hpp"
 #include "networking/router.hpp"
@@ -411,6 +412,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   writeConfig(folder + "/bundle");
+  const auto configWritten = std::chrono::steady_clock::now();
   std::filesystem::create_directories(folder + "/data");
   bench::SandboxProcess sandbox(ORVANTA_SANDBOX_PROGRAM, folder + "/bundle/OrvantaConfig.plist");
   installPlatform(makeLinuxPlatform({.applicationName = "drain_bench",
@@ -421,6 +423,12 @@ int main(int argc, char** argv) {
                                      .kitResourcesDirectory = folder + "/bundle"}));
   setServiceBaseURLs(sandbox.baseUrl(), sandbox.baseUrl());
   auto context = std::make_shared<detail::KitContext>(currentPlatform());
+
+  // As in real use, the configuration file was installed well before the drain: a file changed in
+  // the last two seconds is read in full at every request (see detail::FileSnapshot), an older one
+  // costs a stat. The sandbox's start-up already took part of the wait.
+  std::this_thread::sleep_until(configWritten + detail::FileSnapshot::kDefaultSettleTime +
+                                std::chrono::milliseconds(100));
 
   std::printf("draining %d events to orvanta-sandbox (pid %d) on %s, %d rounds\n", count,
               static_cast<int>(sandbox.pid()), sandbox.baseUrl().c_str(), rounds);
