@@ -16,8 +16,8 @@ namespace {
 constexpr std::size_t kMaxTableBytes = 4 * 1024 * 1024;
 
 // Resource names come from the kit, but a name that could leave the folder is refused anyway.
-bool isSafeComponent(const std::string& text) {
-  return text.find('/') == std::string::npos && text.find('\0') == std::string::npos &&
+bool isSafeComponent(std::string_view text) {
+  return text.find('/') == std::string_view::npos && text.find('\0') == std::string_view::npos &&
          text != "." && text != "..";
 }
 
@@ -42,7 +42,7 @@ std::map<std::string, std::string> loadTable(const std::string& path) {
 /// "de_DE.UTF-8@euro" -> "de_DE"; none for "C", "POSIX" and empty text.
 std::optional<std::string> localeName(std::string_view locale) {
   std::string_view name = locale.substr(0, locale.find_first_of(".@"));
-  if (name.empty() || name == "C" || name == "POSIX" || !isSafeComponent(std::string(name))) {
+  if (name.empty() || name == "C" || name == "POSIX" || !isSafeComponent(name)) {
     return std::nullopt;
   }
   return std::string(name);
@@ -82,16 +82,32 @@ std::vector<std::string> FolderBundle::preferredLanguages() {
 
 std::optional<std::string> FolderBundle::pathForResource(const std::string& name,
                                                          const std::string& type) {
-  std::string fileName = type.empty() ? name : name + "." + type;
-  if (name.empty() || !isSafeComponent(fileName)) {
+  auto found = resourceFile(name, type);
+  if (!found) {
     return std::nullopt;
   }
-  std::string path = bundleFolder_ + "/" + fileName;
-  struct stat info {};
-  if (::stat(path.c_str(), &info) != 0 || S_ISDIR(info.st_mode)) {
+  return std::move(found->path);
+}
+
+std::optional<detail::ResourceFiles::Found> FolderBundle::resourceFile(const std::string& name,
+                                                                       const std::string& type) {
+  if (name.empty()) {
     return std::nullopt;
   }
-  return path;
+  std::string path;
+  path.reserve(bundleFolder_.size() + name.size() + type.size() + 2);
+  path.append(bundleFolder_).append("/").append(name);
+  if (!type.empty()) {
+    path.append(".").append(type);
+  }
+  if (!isSafeComponent(std::string_view(path).substr(bundleFolder_.size() + 1))) {
+    return std::nullopt;
+  }
+  auto identity = os::fileIdentity(path);
+  if (!identity || identity->directory) {
+    return std::nullopt;
+  }
+  return Found{std::move(path), *identity};
 }
 
 std::string FolderBundle::tablePath(const std::string& tableName) const {

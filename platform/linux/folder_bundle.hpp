@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "core/resource_files.hpp"
 #include "orvanta/port/bundle.hpp"
 
 namespace orvanta::linux_platform {
@@ -15,7 +16,7 @@ namespace orvanta::linux_platform {
 /// of the first preferred language that has it ("<kit>/de/Localizable.json"; "pt_BR" also tries
 /// "pt"), else from the kit folder itself, which holds English. A key the chosen table lacks shows
 /// as the key. Tables are read once and kept. Thread-safe.
-class FolderBundle : public port::Bundle {
+class FolderBundle : public port::Bundle, public detail::ResourceFiles {
  public:
   /// `languages`: the user's languages, most wanted first ("de", "pt_BR").
   FolderBundle(std::string bundleFolder, std::string kitResourcesFolder,
@@ -27,6 +28,7 @@ class FolderBundle : public port::Bundle {
 
   std::optional<std::string> pathForResource(const std::string& name,
                                              const std::string& type) override;
+  std::optional<Found> resourceFile(const std::string& name, const std::string& type) override;
   std::string localizedString(const std::string& key, const std::string& table) override;
 
   const std::string& bundleFolder() const { return bundleFolder_; }

@@ -75,27 +75,33 @@ std::string stringEntry(const PlistPtr& dictionary, std::string_view key) {
 
 OrvantaConfigFileHelper::OrvantaConfigFileHelper(std::shared_ptr<port::Bundle> bundle,
                                                  std::chrono::nanoseconds settleTime)
-    : bundle_(std::move(bundle)), file_(settleTime) {}
+    : bundle_(std::move(bundle)),
+      files_(dynamic_cast<detail::ResourceFiles*>(bundle_.get())),
+      file_(settleTime) {}
 
 std::string OrvantaConfigFileHelper::stringValue(Key key) const {
   if (!bundle_) {
     return {};
   }
-  auto path = bundle_->pathForResource("OrvantaConfig", "plist");
-  if (!path) {
+  std::optional<detail::ResourceFiles::Found> found;
+  if (files_ != nullptr) {
+    found = files_->resourceFile("OrvantaConfig", "plist");
+  } else if (auto path = bundle_->pathForResource("OrvantaConfig", "plist")) {
+    if (auto identity = os::fileIdentity(*path)) {
+      found = detail::ResourceFiles::Found{std::move(*path), *identity};
+    }
+  }
+  if (!found) {
     return {};
   }
-  auto identity = os::fileIdentity(*path);
-  if (!identity) {
-    return {};
-  }
+  const auto& [path, identity] = *found;
   std::lock_guard lock(mutex_);
-  if (file_.unchanged(*path, *identity) != nullptr) {
+  if (file_.unchanged(path, identity) != nullptr) {
     return values_[key];
   }
   // Taken before the read: a change after it gets a later time stamp.
   const auto readAt = std::chrono::system_clock::now();
-  auto contents = readFile(*path);
+  auto contents = readFile(path);
   if (!contents) {
     file_.forget();
     return {};
@@ -107,7 +113,7 @@ std::string OrvantaConfigFileHelper::stringValue(Key key) const {
     values_[kAppId] = stringEntry(dictionary, Constants::ConfigFileKeys::appId);
     values_[kEventsToken] = stringEntry(dictionary, Constants::ConfigFileKeys::eventsToken);
   }
-  file_.remember(*path, *identity, std::move(*contents), readAt);
+  file_.remember(path, identity, std::move(*contents), readAt);
   return values_[key];
 }
 

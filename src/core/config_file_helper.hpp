@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/file_snapshot.hpp"
+#include "core/resource_files.hpp"
 #include "orvanta/port/bundle.hpp"
 
 namespace orvanta {
@@ -50,6 +51,7 @@ class OrvantaConfigFileHelper final : public CredentialsSource {
   std::string stringValue(Key key) const;
 
   std::shared_ptr<port::Bundle> bundle_;
+  detail::ResourceFiles* files_ = nullptr;  ///< the bundle, when it can look a file up in one step
   mutable std::mutex mutex_;
   mutable detail::FileSnapshot file_;                  ///< guarded by mutex_
   mutable std::array<std::string, kKeyCount> values_;  ///< parsed from file_, guarded by mutex_

@@ -61,6 +61,7 @@ std::optional<FileIdentity> fileIdentity(const std::string& path) {
   identity.device = static_cast<std::uint64_t>(info.st_dev);
   identity.inode = static_cast<std::uint64_t>(info.st_ino);
   identity.size = static_cast<std::int64_t>(info.st_size);
+  identity.directory = S_ISDIR(info.st_mode);
 #if defined(__APPLE__)
   identity.modifiedNanoseconds = info.st_mtimespec.tv_sec * kNano + info.st_mtimespec.tv_nsec;
   identity.changedNanoseconds = info.st_ctimespec.tv_sec * kNano + info.st_ctimespec.tv_nsec;

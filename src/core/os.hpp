@@ -28,6 +28,7 @@ struct FileIdentity {
   std::int64_t size = 0;
   std::int64_t modifiedNanoseconds = 0;
   std::int64_t changedNanoseconds = 0;
+  bool directory = false;
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
 

@@ -120,6 +120,10 @@ TEST_F(ConfigFileHelperTest, UnusableFilesReadAsEmpty) {
     testing::writeFile(configPath(), contents);
     expectAllEmpty();
   }
+  // A folder in the file's place is no configuration either.
+  ASSERT_EQ(std::remove(configPath().c_str()), 0);
+  ASSERT_EQ(::mkdir(configPath().c_str(), 0700), 0);
+  expectAllEmpty();
 }
 
 }  // namespace
