@@ -314,8 +314,8 @@ class Engine {
       }
       arrived.swap(incoming_);
     }
-    for (CURL* easy : idleHandles_) {
-      curl_->easy_cleanup(easy);
+    for (const IdleHandle& idle : idleHandles_) {
+      curl_->easy_cleanup(idle.easy);
     }
     idleHandles_.clear();
   }
@@ -343,13 +343,13 @@ class Engine {
         return;
       }
     }
-    CURL* easy = takeHandle();
+    const bool sameShape = takeHandle(t);
+    CURL* easy = t.easy;
     if (easy == nullptr) {
       complete(t, transportError(CURLE_OUT_OF_MEMORY, "Could not create a transfer"), std::nullopt);
       return;
     }
-    t.easy = easy;
-    if (!configure(t)) {
+    if (!configure(t, sameShape)) {
       releaseHandle(t);
       complete(t, transportError(CURLE_OUT_OF_MEMORY, "Could not set up the transfer"),
                std::nullopt);
@@ -438,33 +438,50 @@ class Engine {
     return std::nullopt;
   }
 
-  CURL* takeHandle() {
-    if (!idleHandles_.empty()) {
-      CURL* easy = idleHandles_.back();
-      idleHandles_.pop_back();
-      return easy;
+  /// Gives `t` a handle: an idle one whose last request had the same method and body use when
+  /// there is one (true: it keeps every option that does not change from one such request to
+  /// the next), else an idle one reset to libcurl's defaults, else a new one.
+  bool takeHandle(Transfer& t) {
+    const bool body = sendsBody(t.request);
+    for (auto idle = idleHandles_.rbegin(); idle != idleHandles_.rend(); ++idle) {
+      if (idle->body == body && idle->method == t.request.method) {
+        t.easy = idle->easy;
+        idleHandles_.erase(std::next(idle).base());
+        return true;
+      }
     }
-    return curl_->easy_init();
+    if (!idleHandles_.empty()) {
+      t.easy = idleHandles_.back().easy;
+      idleHandles_.pop_back();
+      curl_->easy_reset(t.easy);
+      return false;
+    }
+    t.easy = curl_->easy_init();
+    return false;
   }
 
   /// Takes the handle out of the multi and keeps it for a later request. Its connection stays in
-  /// the multi handle's cache; every option is reset, so nothing else carries over.
+  /// the multi handle's cache. It keeps its options for a request of the same shape, except those
+  /// that point into `t`, which are cleared; a request of another shape resets it first.
   void releaseHandle(Transfer& t) {
     if (t.easy == nullptr) {
       return;
     }
     curl_->multi_remove_handle(multi_, t.easy);
-    t.headers.reset();
     if (idleHandles_.size() < kIdleHandlePoolSize) {
-      curl_->easy_reset(t.easy);
-      idleHandles_.push_back(t.easy);
+      curl_->easy_setopt(t.easy, CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
+      curl_->easy_setopt(t.easy, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
+      idleHandles_.push_back({t.easy, t.request.method, sendsBody(t.request)});
     } else {
       curl_->easy_cleanup(t.easy);
     }
+    t.headers.reset();
     t.easy = nullptr;
   }
 
-  bool configure(Transfer& t) {
+  /// Sets `t`'s options on its handle: all of them on a fresh or reset handle, only those of
+  /// the request itself on one whose last request had the same shape (`sameShape`).
+  bool configure(Transfer& t, bool sameShape) {
     CURL* easy = t.easy;
     const port::HttpRequest& request = t.request;
     t.curl = curl_;
@@ -475,50 +492,49 @@ class Engine {
     auto set = [&](CURLoption option, auto value) {
       ok = ok && curl_->easy_setopt(easy, option, value) == CURLE_OK;
     };
-    set(CURLOPT_URL, request.url.c_str());
-    set(CURLOPT_ERRORBUFFER, t.errorBuffer);
-    set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_SSL_VERIFYPEER, 1L);
-    set(CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!options_.caFile.empty()) {
-      // The file replaces the default bundle; the system folder keeps the system store in use.
-      set(CURLOPT_CAINFO, options_.caFile.c_str());
-      if (!systemCaPath_.empty()) {
-        set(CURLOPT_CAPATH, systemCaPath_.c_str());
-      }
-    }
-    set(CURLOPT_NOPROXY, noProxy_.c_str());
-    long connectMs = static_cast<long>(options_.connectTimeout.count());
-    if (request.timeout.count() > 0) {
-      const long totalMs = static_cast<long>(request.timeout.count());
-      set(CURLOPT_TIMEOUT_MS, totalMs);
-      connectMs = connectMs > 0 ? std::min(connectMs, totalMs) : totalMs;
-    }
-    if (connectMs > 0) {
-      set(CURLOPT_CONNECTTIMEOUT_MS, connectMs);
-    }
-    set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(options_.maxBodyBytes));
-    set(CURLOPT_HEADERFUNCTION, onHeaderLine);
-    set(CURLOPT_HEADERDATA, static_cast<void*>(&t));
-    set(CURLOPT_WRITEFUNCTION, onBodyBytes);
-    set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
-
     const std::string& method = request.method;
-    if (method == "GET" && request.body.empty()) {
-      set(CURLOPT_HTTPGET, 1L);
-    } else if (method == "HEAD") {
-      set(CURLOPT_NOBODY, 1L);
-    } else {
-      if (sendsBody(request)) {
-        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-        set(CURLOPT_POSTFIELDS, request.body.data());
+    if (!sameShape) {
+      set(CURLOPT_NOSIGNAL, 1L);
+      set(CURLOPT_PROTOCOLS_STR, "http,https");
+      set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+      set(CURLOPT_FOLLOWLOCATION, 0L);
+      set(CURLOPT_SSL_VERIFYPEER, 1L);
+      set(CURLOPT_SSL_VERIFYHOST, 2L);
+      if (!options_.caFile.empty()) {
+        // The file replaces the default bundle; the system folder keeps the system store in use.
+        set(CURLOPT_CAINFO, options_.caFile.c_str());
+        if (!systemCaPath_.empty()) {
+          set(CURLOPT_CAPATH, systemCaPath_.c_str());
+        }
       }
-      if (method != "POST") {
+      set(CURLOPT_NOPROXY, noProxy_.c_str());
+      set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(options_.maxBodyBytes));
+      set(CURLOPT_HEADERFUNCTION, onHeaderLine);
+      set(CURLOPT_WRITEFUNCTION, onBodyBytes);
+      if (method == "GET" && request.body.empty()) {
+        set(CURLOPT_HTTPGET, 1L);
+      } else if (method == "HEAD") {
+        set(CURLOPT_NOBODY, 1L);
+      } else if (method != "POST") {
         set(CURLOPT_CUSTOMREQUEST, method.c_str());
       }
+    }
+    set(CURLOPT_URL, request.url.c_str());
+    set(CURLOPT_ERRORBUFFER, t.errorBuffer);
+    set(CURLOPT_HEADERDATA, static_cast<void*>(&t));
+    set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
+    // Set on every request, so that none keeps the limits of the one before.
+    long totalMs = 0;
+    long connectMs = static_cast<long>(options_.connectTimeout.count());
+    if (request.timeout.count() > 0) {
+      totalMs = static_cast<long>(request.timeout.count());
+      connectMs = connectMs > 0 ? std::min(connectMs, totalMs) : totalMs;
+    }
+    set(CURLOPT_TIMEOUT_MS, totalMs);
+    set(CURLOPT_CONNECTTIMEOUT_MS, std::max(connectMs, 0L));
+    if (sendsBody(request)) {
+      set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+      set(CURLOPT_POSTFIELDS, request.body.data());
     }
     set(CURLOPT_HTTPHEADER, t.headers->fields);
     return ok;
@@ -640,7 +656,12 @@ class Engine {
 
   // Network thread only.
   std::unordered_map<CURL*, std::shared_ptr<Transfer>> active_;
-  std::vector<CURL*> idleHandles_;
+  struct IdleHandle {
+    CURL* easy;
+    std::string method;  ///< of the handle's last request
+    bool body;           ///< whether that request sent a body
+  };
+  std::vector<IdleHandle> idleHandles_;
   std::string headerKey_;  ///< the fields of the request being started, one after the other
   std::string lastHeaderKey_;
   std::shared_ptr<const HeaderList> lastHeaders_;  ///< the list made for `lastHeaderKey_`

@@ -118,8 +118,35 @@ TEST(HttpClientTest, SendsTheRequestAsGivenAndHandsBackTheFinalAnswer) {
   EXPECT_FALSE(fetch(*client, removal).result.error.has_value());
   EXPECT_FALSE(fetch(*client, get(server.url("/plain"))).result.error.has_value());
 
+  // Handles are kept between requests: one of the same shape keeps its options, any other is
+  // reset first. Nothing of an earlier request may reach a later one.
+  HttpRequest second = request;
+  second.headers = {{"X-Second", "2"}};
+  second.body = "second";
+  EXPECT_FALSE(fetch(*client, second).result.error.has_value());
+  HttpRequest head = get(server.url("/head"));
+  head.method = "HEAD";
+  EXPECT_FALSE(fetch(*client, head).result.error.has_value());
+  HttpRequest put = get(server.url("/put"));
+  put.method = "PUT";
+  put.body = "put";
+  EXPECT_FALSE(fetch(*client, put).result.error.has_value());
+  EXPECT_FALSE(fetch(*client, get(server.url("/again"))).result.error.has_value());
+
   const auto seen = server.requests();
-  ASSERT_EQ(seen.size(), 3u);
+  ASSERT_EQ(seen.size(), 7u);
+  EXPECT_EQ(seen[3].method, "POST");
+  EXPECT_EQ(seen[3].body, "second");
+  EXPECT_EQ(seen[3].header("X-Second"), "2");
+  EXPECT_EQ(seen[3].header("Authorization"), std::nullopt);
+  EXPECT_EQ(seen[4].method, "HEAD");
+  EXPECT_EQ(seen[4].body, "");
+  EXPECT_EQ(seen[5].method, "PUT");
+  EXPECT_EQ(seen[5].body, "put");
+  EXPECT_EQ(seen[6].method, "GET");
+  EXPECT_EQ(seen[6].path, "/again");
+  EXPECT_EQ(seen[6].body, "");
+  EXPECT_EQ(seen[6].header("X-Second"), std::nullopt);
   EXPECT_EQ(seen[0].method, "POST");
   EXPECT_EQ(seen[0].path, "/v1/devices");
   EXPECT_THAT(seen[0].arguments,
@@ -137,7 +164,7 @@ TEST(HttpClientTest, SendsTheRequestAsGivenAndHandsBackTheFinalAnswer) {
   EXPECT_EQ(seen[2].method, "GET");
   EXPECT_EQ(seen[2].header("Content-Type"), std::nullopt);
   EXPECT_EQ(seen[2].body, "");
-  // Keep-alive: one connection served all three requests.
+  // Keep-alive: one connection served them all.
   EXPECT_EQ(server.connectionCount(), 1u);
 }
 
