@@ -36,6 +36,7 @@ void addResponseHeaderLine(port::HttpHeaders& headers, std::string_view line) {
   }
   if (line.starts_with("HTTP/")) {
     headers.clear();
+    headers.reserve(8);  // most answers carry a handful of fields: one allocation, not four
   } else if (line.empty()) {
     // The end of a header block.
   } else if ((line.front() == ' ' || line.front() == '\t') && !headers.empty()) {
