@@ -1,6 +1,7 @@
 #include "networking/router.hpp"
 
 #include <algorithm>
+#include <utility>
 
 #include "core/constants.hpp"
 #include "core/logger.hpp"
@@ -23,7 +24,7 @@ void setHeader(port::HttpHeaders& headers, const std::string& name, const std::s
 }
 
 port::HttpRequest buildRequest(HTTPMethod method, std::string url,
-                               const port::HttpHeaders& familyHeaders, const HTTPTask& task,
+                               const port::HttpHeaders& familyHeaders, HTTPTask task,
                                std::chrono::milliseconds timeout) {
   port::HttpRequest request;
   request.url = std::move(url);
@@ -46,7 +47,7 @@ port::HttpRequest buildRequest(HTTPMethod method, std::string url,
   }
   if (task.kind != HTTPTask::Kind::request) {
     if (task.encodedBody) {
-      JSONParameterEncoder().encodeWritten(request, *task.encodedBody);
+      JSONParameterEncoder().encodeWritten(request, std::move(*task.encodedBody));
     } else if (task.bodyParameters) {
       JSONParameterEncoder().encode(request, *task.bodyParameters);
     } else {
@@ -71,9 +72,8 @@ std::optional<Error> validateStatusCode(const port::HttpResponse& response) {
 Future<Response> performRequest(port::HttpClient& client, port::HttpRequest request,
                                 std::weak_ptr<const void> router) {
   Promise<Response> promise;
-  std::string description = describe(request);
   auto completion = [promise, router = std::move(router),
-                     description](port::DataTaskResult result) {
+                     description = describe(request)](port::DataTaskResult result) {
     if (result.error) {
       promise.reject(*result.error);
       OrvantaLogger::error("Failed to perform request with error: " +

@@ -28,7 +28,7 @@ void setHeader(port::HttpHeaders& headers, const std::string& name, const std::s
 /// `JSONParameterEncoder`. Throws the encoder's error, and `encodingFailed` for a task whose record
 /// could not be written at all (a request is never sent without the body it should carry).
 port::HttpRequest buildRequest(HTTPMethod method, std::string url,
-                               const port::HttpHeaders& familyHeaders, const HTTPTask& task,
+                               const port::HttpHeaders& familyHeaders, HTTPTask task,
                                std::chrono::milliseconds timeout);
 
 /// The request as failures describe it: method, a blank and the URL
