@@ -28,9 +28,11 @@ bool isLoggingEnabled(port::PreferencesStore& preferences) {
 
 void setLoggingEnabled(port::PreferencesStore& preferences, bool enabled) {
   // Every launch sets the switch (the default configuration, then the host's choice) and mostly
-  // to what it was: a store may have to write and sync a file for each change.
-  if (auto stored = preferences.object(key());
-      stored && *stored == port::PreferenceValue(enabled)) {
+  // to what it was: a store may have to write and sync a file for each change. A switch never set
+  // reads as off, so switching it off writes nothing either: a first launch makes no preferences
+  // file, and waits for no disk sync, until something is switched on or stored.
+  const auto stored = preferences.object(key());
+  if (stored ? *stored == port::PreferenceValue(enabled) : !enabled) {
     return;
   }
   preferences.setObject(key(), port::PreferenceValue(enabled));
