@@ -75,8 +75,12 @@ Json parseJson(std::string_view text) {
     throw DecodingFailure(DecodingFailure::Kind::dataCorrupted, "JSON nested too deeply");
   }
   // Without exceptions the parser reports malformed input (including invalid UTF-8 and numbers
-  // beyond the range of a double) as a discarded value.
-  Json parsed = Json::parse(text.begin(), text.end(), nullptr, false);
+  // beyond the range of a double) as a discarded value. It takes a zero byte for the end of the
+  // text, though, and would read "{}\0garbage" as "{}": JSON has no raw zero bytes, so any is
+  // malformed.
+  Json parsed = text.find('\0') == std::string_view::npos
+                    ? Json::parse(text.begin(), text.end(), nullptr, false)
+                    : Json(Json::value_t::discarded);
   if (parsed.is_discarded()) {
     throw DecodingFailure(DecodingFailure::Kind::dataCorrupted,
                           "The given data was not valid JSON.");

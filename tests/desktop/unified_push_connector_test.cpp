@@ -344,12 +344,19 @@ TEST_F(UnifiedPushConnectorTest, KeysAreMadeAtRegistrationKeptAndForgottenWhenUn
   EXPECT_EQ(first.authSecret.size(), 16U);
   EXPECT_FALSE(storedPrivateKey().empty());
 
-  // From then on only what decrypts: neither the push in clear nor one sealed to other keys.
+  // From then on only what decrypts: neither the push in clear nor one sealed to other keys. An
+  // encrypted push begins with its random salt: one that happens to open like JSON is still
+  // judged by decryption, not taken for a push in clear.
   const std::string push = R"({"data": {"id": "p-1"}})";
   const auto otherKeys = linux_platform::WebPushKeys::generate().value();
+  const auto senderKey =
+      *sandbox::webpush::fromBase64Url("yfWPiYE-n46HLnH0KqZOF1fJJU3MYrct3AELtAQ-oRw");
+  const std::string jsonLikeSalt = "  {\"id\": \"p-0\"}\n";
+  ASSERT_EQ(jsonLikeSalt.size(), 16U);
   ASSERT_EQ(testing::postTo(*first.endpoint, push), 201);
-  ASSERT_EQ(testing::postTo(*first.endpoint, *sandbox::webpush::encrypt(push, otherKeys.publicKey(),
-                                                                        first.authSecret)),
+  ASSERT_EQ(testing::postTo(*first.endpoint, *sandbox::webpush::encryptWith(
+                                                 push, otherKeys.publicKey(), first.authSecret,
+                                                 senderKey, jsonLikeSalt)),
             201);
   ASSERT_EQ(testing::postTo(*first.endpoint, first.sealed(push)), 201);
   ASSERT_TRUE(connector->pushes.waitFor(1));
@@ -389,8 +396,13 @@ TEST_F(UnifiedPushConnectorTest, KeysAreMadeAtRegistrationKeptAndForgottenWhenUn
   ASSERT_TRUE(taking.endpoint);
   ASSERT_EQ(testing::postTo(*taking.endpoint, push), 201);
   ASSERT_EQ(testing::postTo(*taking.endpoint, taking.sealed(R"({"data": {"id": "p-2"}})")), 201);
-  ASSERT_TRUE(plainToo.pushes.waitFor(2));
+  ASSERT_EQ(testing::postTo(*taking.endpoint, *sandbox::webpush::encryptWith(
+                                                  R"({"data": {"id": "p-3"}})", taking.publicKey,
+                                                  taking.authSecret, senderKey, jsonLikeSalt)),
+            201);
+  ASSERT_TRUE(plainToo.pushes.waitFor(3));
   EXPECT_EQ(plainToo.pushes.items()[1], (ValueMap{{"data", ValueMap{{"id", "p-2"}}}}));
+  EXPECT_EQ(plainToo.pushes.items()[2], (ValueMap{{"data", ValueMap{{"id", "p-3"}}}}));
 }
 
 }  // namespace

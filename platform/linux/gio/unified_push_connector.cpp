@@ -95,9 +95,15 @@ bool isEndpoint(const std::string& text) {
 }
 
 // A message that is no encrypted one but the push's JSON in clear: an object's first byte.
-bool looksPlain(std::string_view bytes) {
+// A push in clear is a JSON object. An encrypted one begins with its random salt, which may
+// happen to be a "{" (one push in 256) or blank, or even a whole JSON object followed by the
+// header's zero bytes: only the whole text tells them apart. (The parser takes a zero byte for the
+// end of the text, so one is refused first.)
+bool isPlainPush(std::string_view bytes) {
   const auto first = bytes.find_first_not_of(" \t\r\n");
-  return first != std::string_view::npos && bytes[first] == '{';
+  return first != std::string_view::npos && bytes[first] == '{' &&
+         bytes.find('\0') == std::string_view::npos &&
+         nlohmann::json::accept(bytes.begin(), bytes.end());
 }
 
 // The VAPID key an application server publishes: a P-256 point, uncompressed, in URL-safe base64.
@@ -466,14 +472,14 @@ class Core : public std::enable_shared_from_this<Core> {
         return dropRemotePushMessage(std::to_string(bytes.size()) + " bytes, more than the " +
                                      std::to_string(kMaxRemotePushBytes) + " a push may have");
       }
-      if (options_.acceptPlainMessages && looksPlain(bytes)) {
+      if (options_.acceptPlainMessages && isPlainPush(bytes)) {
         plaintext = std::string(bytes);
       } else {
         auto decrypted = record_.keys->decrypt(bytes);
         if (!decrypted.plaintext) {
           return dropRemotePushMessage(
-              looksPlain(bytes) ? "not encrypted (this registration takes encrypted pushes only)"
-                                : decrypted.error);
+              isPlainPush(bytes) ? "not encrypted (this registration takes encrypted pushes only)"
+                                 : decrypted.error);
         }
         plaintext = std::move(decrypted.plaintext);
       }

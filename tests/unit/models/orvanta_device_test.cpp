@@ -87,6 +87,9 @@ TEST_F(OrvantaDeviceTest, StoredRecordMissingARequiredPartDoesNotDecode) {
   badInteger["custom"]["integer_fields"]["n"] = 1.5;
   EXPECT_FALSE(OrvantaDevice::decode(badInteger.dump()).isSuccess());
 
+  // JSON has no raw zero bytes: one does not end the text, and what follows is not ignored.
+  EXPECT_FALSE(OrvantaDevice::decode(valid.dump() + std::string("\0 junk", 6)).isSuccess());
+
   // The tokens are optional; the profile may be empty.
   auto tokens = valid;
   tokens["registration_id"] = nullptr;
