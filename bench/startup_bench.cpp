@@ -29,9 +29,11 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "analytics/event_database.hpp"
+#include "core/file_snapshot.hpp"
 #include "core/logging_switch.hpp"
 #include "entry/kit_context.hpp"
 #include "orvanta/linux_platform.hpp"
@@ -254,18 +256,28 @@ int main(int argc, char** argv) {
        "later launch, " + std::to_string(stored) + " stored events, no flush before",
        {}},
       {{}, "first launch (no files yet, no push token: the event is dropped)", {}}};
+  const auto folderOf = [&](std::size_t c, int i) {
+    return root + "/case-" + std::to_string(c) + "-" + std::to_string(i);
+  };
   bool prepared = true;
   for (int i = 0; i < processes; ++i) {
     for (std::size_t c = 0; c < cases.size(); ++c) {
-      const std::string folder = root + "/case-" + std::to_string(c) + "-" + std::to_string(i);
       if (cases[c].earlier.empty()) {
-        writeConfigurationFile(folder);
+        writeConfigurationFile(folderOf(c, i));
       } else {
-        std::vector<std::string> arguments = {self, "--prepare", folder};
+        std::vector<std::string> arguments = {self, "--prepare", folderOf(c, i)};
         arguments.insert(arguments.end(), cases[c].earlier.begin(), cases[c].earlier.end());
         prepared = prepared && succeeded(spawn(arguments));
       }
-      cases[c].launches.push_back(launch(folder, url));
+    }
+  }
+  // An installed application's files are older than this: a file changed in the last two seconds
+  // is read in full at every access (see detail::FileSnapshot), an older one costs a stat.
+  std::this_thread::sleep_for(detail::FileSnapshot::kDefaultSettleTime +
+                              std::chrono::milliseconds(100));
+  for (int i = 0; i < processes; ++i) {
+    for (std::size_t c = 0; c < cases.size(); ++c) {
+      cases[c].launches.push_back(launch(folderOf(c, i), url));
     }
   }
   if (!prepared) {
