@@ -124,6 +124,10 @@ class PowerCutTest : public testing::PlatformTest {
       outcome.acknowledged += acknowledged.size();
       analytics.reset();
       handler->cancelAllOperations();
+      // A post being made holds the handler for a moment on the queue's thread. Once the queue is
+      // idle, this reference is the last: releasing it closes the database here, on the disk as
+      // cut, before the disk comes back (or goes away at the end).
+      handler->waitUntilIdle();
       handler.reset();
       database.reset();
       disk.restore();
