@@ -11,6 +11,12 @@ namespace {
 constexpr int kValueNotFoundCode = 4865;
 constexpr int kReadCorruptCode = 4864;
 
+// The parser takes a zero byte for the end of the text and would read "{}\0garbage" as "{}":
+// JSON has no raw zero bytes, so a text with one is malformed.
+bool freeOfZeroBytes(std::string_view text) {
+  return text.find('\0') == std::string_view::npos;
+}
+
 std::string describe(std::string_view context, const char* what) {
   std::string text(context);
   text += ": ";
@@ -75,17 +81,18 @@ Json parseJson(std::string_view text) {
     throw DecodingFailure(DecodingFailure::Kind::dataCorrupted, "JSON nested too deeply");
   }
   // Without exceptions the parser reports malformed input (including invalid UTF-8 and numbers
-  // beyond the range of a double) as a discarded value. It takes a zero byte for the end of the
-  // text, though, and would read "{}\0garbage" as "{}": JSON has no raw zero bytes, so any is
-  // malformed.
-  Json parsed = text.find('\0') == std::string_view::npos
-                    ? Json::parse(text.begin(), text.end(), nullptr, false)
-                    : Json(Json::value_t::discarded);
+  // beyond the range of a double) as a discarded value.
+  Json parsed = freeOfZeroBytes(text) ? Json::parse(text.begin(), text.end(), nullptr, false)
+                                      : Json(Json::value_t::discarded);
   if (parsed.is_discarded()) {
     throw DecodingFailure(DecodingFailure::Kind::dataCorrupted,
                           "The given data was not valid JSON.");
   }
   return parsed;
+}
+
+bool isWellFormedJson(std::string_view text) {
+  return freeOfZeroBytes(text) && Json::accept(text.begin(), text.end());
 }
 
 const Json& requireObject(const Json& value, std::string_view context) {

@@ -58,6 +58,10 @@ bool nestingWithin(std::string_view text, std::size_t limit = kMaxJsonDepth);
 /// `DecodingFailure` (data corrupted).
 Json parseJson(std::string_view text);
 
+/// Whether `text` is one well-formed JSON text, zero bytes refused as `parseJson` refuses them;
+/// checked without building the document.
+bool isWellFormedJson(std::string_view text);
+
 // Reading members. `required*` throw keyNotFound for a missing key, valueNotFound for null and
 // typeMismatch for a wrong type; `optional*` give none for a missing key or null and throw
 // typeMismatch for a wrong type.

@@ -13,6 +13,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/json_coding.hpp"
 #include "core/logger.hpp"
 #include "core/uuid.hpp"
 #include "linux/gio/distributor_watch.hpp"
@@ -94,16 +95,12 @@ bool isEndpoint(const std::string& text) {
   return url && (url->scheme() == "http" || url->scheme() == "https");
 }
 
-// A message that is no encrypted one but the push's JSON in clear: an object's first byte.
 // A push in clear is a JSON object. An encrypted one begins with its random salt, which may
 // happen to be a "{" (one push in 256) or blank, or even a whole JSON object followed by the
-// header's zero bytes: only the whole text tells them apart. (The parser takes a zero byte for the
-// end of the text, so one is refused first.)
+// header's zero bytes: only the whole text tells them apart.
 bool isPlainPush(std::string_view bytes) {
   const auto first = bytes.find_first_not_of(" \t\r\n");
-  return first != std::string_view::npos && bytes[first] == '{' &&
-         bytes.find('\0') == std::string_view::npos &&
-         nlohmann::json::accept(bytes.begin(), bytes.end());
+  return first != std::string_view::npos && bytes[first] == '{' && detail::isWellFormedJson(bytes);
 }
 
 // The VAPID key an application server publishes: a P-256 point, uncompressed, in URL-safe base64.
